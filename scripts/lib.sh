@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Shared by the scripts here: where the project is, how to say things, how to
 # become root for what needs it. Sourced, not run.
 
