@@ -16,3 +16,8 @@ void QNLogInit();
 // at 2047 bytes. Any thread may call it.
 void QNLog(int level, const char *format, ...)
     __attribute__((format(printf, 2, 3)));
+
+// From the next QNLogInit on the file lies in this folder instead of the usual
+// places; null: the usual places again. For programs that keep several logs
+// apart, and tests.
+void QNLogUseFolder(const char *folder);
