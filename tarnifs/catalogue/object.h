@@ -96,6 +96,22 @@ bool IsLinked(const _KTL_OBJECT *object);
 // The record a list element belongs to.
 _KTL_OBJECT *ObjectOfSibling(_KTL_LIST *link);
 
+// The two list links of a record. (The record is packed, so the compiler would
+// rather not have their addresses taken; both are aligned.)
+_KTL_LIST *ChildList(_KTL_OBJECT *object);
+const _KTL_LIST *ChildList(const _KTL_OBJECT *object);
+_KTL_LIST *SiblingLink(_KTL_OBJECT *object);
+const _KTL_LIST *SiblingLink(const _KTL_OBJECT *object);
+bool HasChildren(const _KTL_OBJECT *object);
+
+// Makes a record a folder or a file of the present time (birth, modify,
+// access).
+void SetPresentTimes(_KTL_OBJECT *object);
+
+// Gives a string field an owned copy of `text` (null: none), freeing what it
+// held. Used as object->app_id = ReplaceString(object->app_id, text).
+char *ReplaceString(char *old, const char *text);
+
 // Frees one record: unlinks it, closes its device file and its house-arrest
 // connection (results not looked at), frees what it owns, and erases the entry
 // under `path` and under the path's converted form. Children are not touched. A
@@ -113,6 +129,18 @@ void CleanupTmpObject(const char *path, _KTL_LIST *list_head);
 // for start-up (a fresh catalogue) and shut-down. `afc` is the main connection.
 struct libiusb_afc;
 void ClearCatalogue(libiusb_afc *afc);
+
+// A listing of a folder that failed half-way leaves the records that it made, in
+// the map and linked, but they are not the folder's contents. Whoever lists says
+// how it ended; a folder that is marked so is listed from the device again.
+void NoteListing(const _KTL_OBJECT *folder, bool complete);
+bool IsListingUnfinished(const _KTL_OBJECT *folder);
+
+// Deletes what an unfinished listing of the folder made, so that the next try
+// starts afresh; a folder that is not marked keeps everything. Records (and
+// folders of records) that are open or staged stay: what they hold is nowhere
+// else. The mark stays until a listing is complete.
+void DropUnfinishedListing(const char *path);
 
 // Walks the map and the tree and returns an empty text, or what is wrong: broken
 // links, a record in a list that the map does not hold, a child under the wrong

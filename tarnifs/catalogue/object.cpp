@@ -1,0 +1,347 @@
+#include "tarnifs/catalogue/object.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+#include <unordered_set>
+
+#include "device/libiusb.h"
+#include "tarnifs/catalogue/key.h"
+#include "tarnifs/mount/context.h"
+#include "tarnifs/names/device_path.h"
+#include "util/log.h"
+
+ObjectMap Object_list(11);
+
+namespace
+{
+
+// Folders whose listing failed half-way. By address, so that it follows them
+// through renames; DeleteObject takes them out.
+std::unordered_set<const _KTL_OBJECT *> unfinished;
+
+_KTL_OBJECT *fromAddress(uint64_t address)
+{
+    return reinterpret_cast<_KTL_OBJECT *>(address);
+}
+
+uint64_t toAddress(const _KTL_OBJECT *object)
+{
+    return reinterpret_cast<uint64_t>(object);
+}
+
+libiusb_afc *houseOf(const _KTL_OBJECT *object)
+{
+    return reinterpret_cast<libiusb_afc *>(object->hhandle);
+}
+
+void initList(_KTL_LIST *list)
+{
+    list->next = list;
+    list->prev = list;
+}
+
+_KTL_OBJECT *makeObject()
+{
+    auto *object = new _KTL_OBJECT{};
+    object->mode = KTL_MODE_FILE;
+    initList(ChildList(object));
+    initList(SiblingLink(object));
+    return object;
+}
+
+// Closes what the record holds open on the device; results are not looked at,
+// because there is nobody left to tell.
+void closeHandles(_KTL_OBJECT *object, libiusb_afc *afc)
+{
+    if (object->file_handle != 0) {
+        libiusb_afc *house = houseOf(object);
+        libiusb_afc_file_close(house != nullptr ? house : afc,
+                               object->file_handle);
+        object->file_handle = 0;
+    }
+    if (object->hhandle != 0) {
+        libiusb_housearrest_exit(houseOf(object));
+        object->hhandle = 0;
+    }
+}
+
+void freeXattrs(_KTL_OBJECT *object)
+{
+    while (object->xattr_list != nullptr) {
+        _KTL_XATTR *node = object->xattr_list;
+        object->xattr_list = node->next;
+        free(node->name);
+        free(node->value);
+        free(node);
+    }
+}
+
+// Everything of DeleteObject but the map.
+void destroyObject(_KTL_OBJECT *object, libiusb_afc *afc)
+{
+    unfinished.erase(object);
+    UnlinkObject(object);
+    closeHandles(object, afc);
+    free(object->file_name);
+    free(object->app_id);
+    free(object->device_path);
+    freeXattrs(object);
+    // Children that were not deleted first must not point into freed memory.
+    _KTL_LIST *head = ChildList(object);
+    while (head->next != head) {
+        UnlinkObject(ObjectOfSibling(head->next));
+    }
+    delete object;
+}
+
+// Erases the entry under a key unless it has become another record's.
+void eraseEntry(const std::string &key, const _KTL_OBJECT *object)
+{
+    const auto entry = Object_list.find(key);
+    if (entry != Object_list.end() &&
+        (entry->second == 0 || entry->second == toAddress(object))) {
+        Object_list.erase(entry);
+    }
+}
+
+bool isOpenOrStaged(const _KTL_OBJECT *object)
+{
+    return object->open_count > 0 || object->file_handle != 0 ||
+           object->hhandle != 0 || object->type == KTL_STAGED;
+}
+
+bool holdsOpenOrStaged(_KTL_OBJECT *object)
+{
+    if (isOpenOrStaged(object)) {
+        return true;
+    }
+    const _KTL_LIST *head = ChildList(object);
+    for (_KTL_LIST *at = head->next; at != head; at = at->next) {
+        if (holdsOpenOrStaged(ObjectOfSibling(at))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string childPathOf(const char *path, const _KTL_OBJECT *child)
+{
+    const char *name = child->file_name;
+    return ChildPath(path, name == nullptr ? "" : name);
+}
+
+// Calls `act` with every child and its path; it may delete the child.
+template <typename Act>
+void forEachChild(_KTL_LIST *head, const char *path, Act act)
+{
+    _KTL_LIST *at = head->next;
+    while (at != head) {
+        _KTL_LIST *next = at->next;
+        _KTL_OBJECT *child = ObjectOfSibling(at);
+        act(child, childPathOf(path, child));
+        at = next;
+    }
+}
+
+} // namespace
+
+_KTL_LIST *ChildList(_KTL_OBJECT *object)
+{
+    static_assert(offsetof(_KTL_OBJECT, child_list) == 0);
+    void *start = object;
+    return static_cast<_KTL_LIST *>(start);
+}
+
+const _KTL_LIST *ChildList(const _KTL_OBJECT *object)
+{
+    const void *start = object;
+    return static_cast<const _KTL_LIST *>(start);
+}
+
+_KTL_LIST *SiblingLink(_KTL_OBJECT *object)
+{
+    static_assert(offsetof(_KTL_OBJECT, sibling) == sizeof(_KTL_LIST));
+    return ChildList(object) + 1;
+}
+
+const _KTL_LIST *SiblingLink(const _KTL_OBJECT *object)
+{
+    return ChildList(object) + 1;
+}
+
+bool HasChildren(const _KTL_OBJECT *object)
+{
+    const _KTL_LIST *head = ChildList(object);
+    return head->next != head;
+}
+
+_KTL_OBJECT *ObjectOfSibling(_KTL_LIST *link)
+{
+    return static_cast<_KTL_OBJECT *>(static_cast<void *>(link - 1));
+}
+
+void LinkChild(_KTL_OBJECT *parent, _KTL_OBJECT *child)
+{
+    UnlinkObject(child);
+    _KTL_LIST *head = ChildList(parent);
+    _KTL_LIST *link = SiblingLink(child);
+    link->next = head;
+    link->prev = head->prev;
+    head->prev->next = link;
+    head->prev = link;
+}
+
+void UnlinkObject(_KTL_OBJECT *object)
+{
+    _KTL_LIST *link = SiblingLink(object);
+    link->prev->next = link->next;
+    link->next->prev = link->prev;
+    initList(link);
+}
+
+bool IsLinked(const _KTL_OBJECT *object)
+{
+    const _KTL_LIST *link = SiblingLink(object);
+    return link->next != link;
+}
+
+void SetPresentTimes(_KTL_OBJECT *object)
+{
+    const time_t now = time(nullptr);
+    object->birth_time = now;
+    object->modify_time = now;
+    object->access_time = now;
+}
+
+char *ReplaceString(char *old, const char *text)
+{
+    char *copy = text == nullptr ? nullptr : strdup(text);
+    free(old);
+    return copy;
+}
+
+_KTL_OBJECT *GetObject(const char *path)
+{
+    std::string key;
+    if (!CatalogueKey(path, key)) {
+        QNLog(3, "%s getUTF8MACName Failed, %s", "GetObject",
+              LastComponent(path));
+        key = path;
+    }
+    uint64_t &entry = Object_list[key];
+    if (entry == 0) {
+        entry = toAddress(makeObject());
+    }
+    return fromAddress(entry);
+}
+
+_KTL_OBJECT *GetObjectWithFileName(const char *path)
+{
+    _KTL_OBJECT *object = GetObject(path);
+    if (object->file_name == nullptr) {
+        object->file_name = strdup(LastComponent(path));
+    }
+    return object;
+}
+
+_KTL_OBJECT *FindObject(const char *path)
+{
+    const uint64_t exact = Object_list[path];
+    if (exact != 0) {
+        return fromAddress(exact);
+    }
+    std::string key;
+    if (!CatalogueKey(path, key)) {
+        QNLog(3, "%s getUTF8MACName Failed", "FindObject");
+        return nullptr;
+    }
+    return fromAddress(Object_list[key]);
+}
+
+_KTL_OBJECT *GetParentObject(const char *path)
+{
+    const std::string_view text = path;
+    const size_t slash = text.rfind('/');
+    return FindObject(std::string(text.substr(0, slash)).c_str());
+}
+
+void DeleteObject(_KTL_OBJECT *object, const char *path)
+{
+    _CONTEXT *context = nullptr;
+    if (object == nullptr || getContext(&context) != 0) {
+        return;
+    }
+    // The path may come out of the record itself.
+    const std::string asGiven = path;
+    std::string key;
+    if (CatalogueKey(asGiven.c_str(), key)) {
+        eraseEntry(key, object);
+    }
+    eraseEntry(asGiven, object);
+    destroyObject(object, context->afc_handle);
+}
+
+void DeleteChildObject(_KTL_OBJECT *object, const char *path)
+{
+    forEachChild(ChildList(object), path,
+                 [](_KTL_OBJECT *child, const std::string &childPath) {
+                     if (child->mode == KTL_MODE_FOLDER) {
+                         DeleteChildObject(child, childPath.c_str());
+                     }
+                     DeleteObject(child, childPath.c_str());
+                 });
+}
+
+void CleanupTmpObject(const char *path, _KTL_LIST *list_head)
+{
+    forEachChild(list_head, path,
+                 [](_KTL_OBJECT *child, const std::string &childPath) {
+                     if (child->type == KTL_TEMPORARY) {
+                         DeleteObject(child, childPath.c_str());
+                     }
+                 });
+}
+
+void ClearCatalogue(libiusb_afc *afc)
+{
+    for (const auto &entry : Object_list) {
+        if (entry.second != 0) {
+            destroyObject(fromAddress(entry.second), afc);
+        }
+    }
+    Object_list.clear();
+    unfinished.clear();
+}
+
+void NoteListing(const _KTL_OBJECT *folder, bool complete)
+{
+    if (complete) {
+        unfinished.erase(folder);
+    } else {
+        unfinished.insert(folder);
+    }
+}
+
+bool IsListingUnfinished(const _KTL_OBJECT *folder)
+{
+    return unfinished.count(folder) != 0;
+}
+
+void DropUnfinishedListing(const char *path)
+{
+    _KTL_OBJECT *folder = FindObject(path);
+    if (folder == nullptr || !IsListingUnfinished(folder)) {
+        return;
+    }
+    forEachChild(ChildList(folder), path,
+                 [](_KTL_OBJECT *child, const std::string &childPath) {
+                     if (holdsOpenOrStaged(child)) {
+                         return;
+                     }
+                     DeleteChildObject(child, childPath.c_str());
+                     DeleteObject(child, childPath.c_str());
+                 });
+}
