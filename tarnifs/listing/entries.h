@@ -1,0 +1,22 @@
+// What the listings of device folders share.
+#pragma once
+
+#include "device/libiusb.h"
+#include "tarnifs/catalogue/object.h"
+
+// Names beginning with "." are never listed.
+inline bool IsHiddenName(const char *name)
+{
+    return name[0] == '.';
+}
+
+// Size and times as the device tells them; it keeps no access time.
+inline void FillSizeAndTimes(_KTL_OBJECT *object,
+                             const libiusb_afc_file_info &info)
+{
+    constexpr int64_t NANOSECONDS = 1000000000;
+    object->size = info.size;
+    object->birth_time = info.birth_time / NANOSECONDS;
+    object->modify_time = info.modify_time / NANOSECONDS;
+    object->access_time = object->modify_time;
+}
