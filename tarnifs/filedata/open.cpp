@@ -1,0 +1,150 @@
+#include <cerrno>
+#include <string>
+
+#include "tarnifs/catalogue/object.h"
+#include "tarnifs/filedata/connection.h"
+#include "tarnifs/filedata/filedata.h"
+#include "tarnifs/mount/context.h"
+#include "tarnifs/names/device_path.h"
+#include "tarnifs/notify/dialogs.h"
+#include "util/log.h"
+
+namespace
+{
+
+constexpr const char *SELF = "tarnifs_open";
+
+// Where a file lies on the device and how it is opened there.
+struct PLACE {
+    libiusb_afc *connection = nullptr;
+    _KTL_OBJECT *folder = nullptr; // app's file: whose connection is used
+    std::string path;
+    int mode = LIBIUSB_MODE_UPDATE;
+};
+
+int reportUnexpected(const char *path)
+{
+    QNLog(3, "%s Unexpected file! path(%s)", SELF, path);
+    return ReportError(TEXT_UNEXPECTED_FILE, path);
+}
+
+void logHouseFailure(const HOUSE_RESULT &result, const _KTL_OBJECT *folder)
+{
+    if (result.step == HOUSE_INIT) {
+        QNLog(3, "%s libiusb_housearrest_init failed. error : %d", SELF,
+              result.code);
+        return;
+    }
+    const char *appId = folder->app_id;
+    QNLog(3, "%s libiusb_housearrest_openapp failed. error : %d, App ID : %s",
+          SELF, result.code, appId == nullptr ? "" : appId);
+}
+
+// An app's file: through the connection of the folder that holds it.
+int placeInApp(_CONTEXT *context, const char *path, PLACE *place)
+{
+    _KTL_OBJECT *folder = GetParentObject(path);
+    if (folder == nullptr) {
+        return reportUnexpected(path);
+    }
+    const HOUSE_RESULT result =
+        OpenHouseArrest(context, folder, folder->app_id);
+    if (result.code != 0) {
+        logHouseFailure(result, folder);
+        CloseHouseArrest(folder);
+        return ReportHouseFailure(result, path);
+    }
+    place->folder = folder;
+    place->connection = HouseArrestOf(folder);
+    place->path = AppDevicePath(path);
+    return 0;
+}
+
+// A file of the media file system. What the media views show is only read: a
+// mode that can write would make an empty file where one has vanished, and the
+// device refuses it for pictures it shares between folders.
+int placeOnMedia(_CONTEXT *context, const _KTL_OBJECT *object, const char *path,
+                 PLACE *place)
+{
+    const char *devicePath = object->device_path;
+    if (devicePath != nullptr && *devicePath != '\0') {
+        place->path = devicePath;
+        place->mode = LIBIUSB_MODE_READ;
+    } else if (BeginsWith(path, STORAGE_AREA)) {
+        place->path = StorageDevicePath(path);
+    } else {
+        return reportUnexpected(path);
+    }
+    place->connection = context->afc_handle;
+    return 0;
+}
+
+// Opens the device file unless it is open. A failure ends the folder's
+// connection, also one that an earlier open had made.
+int openFile(_KTL_OBJECT *object, const PLACE &place)
+{
+    if (object->file_handle != 0) {
+        return 0;
+    }
+    libiusb_file file = 0;
+    const int ret = libiusb_afc_file_open(place.connection, place.path.c_str(),
+                                          place.mode, &file);
+    if (ret == 0) {
+        object->file_handle = file;
+        return 0;
+    }
+    QNLog(3, "%s libiusb_afc_file_open failed. path(%s) ret : %d", SELF,
+          place.path.c_str(), ret);
+    if (place.folder != nullptr) {
+        CloseHouseArrest(place.folder);
+    }
+    return ReportDeviceFailure(FAILURE_OPEN_FILE, IsTransferLost(ret),
+                               object->file_name, ret);
+}
+
+int openOnDevice(_CONTEXT *context, _KTL_OBJECT *object, const char *path)
+{
+    PLACE place;
+    int ret = object->app_id != nullptr
+                  ? placeInApp(context, path, &place)
+                  : placeOnMedia(context, object, path, &place);
+    if (ret == 0) {
+        ret = openFile(object, place);
+    }
+    if (ret == 0 && place.folder != nullptr) {
+        place.folder->open_count += 1;
+    }
+    return ret;
+}
+
+// Staged and temporary files have nothing to open on the device.
+bool isOnDevice(const _KTL_OBJECT *object)
+{
+    return object->type != KTL_TEMPORARY && object->type != KTL_STAGED;
+}
+
+} // namespace
+
+int tarnifs_open(const char *path, tarni_file_info *fi)
+{
+    const TarniLock lock;
+    _CONTEXT *context = nullptr;
+    int ret = getContext(&context);
+    if (ret != 0) {
+        return ret;
+    }
+    _KTL_OBJECT *object = FindObject(path);
+    if (object == nullptr) {
+        QNLog(3, "%s path(%s) object not EXIST", SELF, path);
+        return -ENOENT;
+    }
+    fi->fh = 0;
+    if (isOnDevice(object)) {
+        ret = openOnDevice(context, object, path);
+    }
+    if (ret == 0) {
+        object->open_count += 1;
+        SetOpenObject(fi, object);
+    }
+    return ret;
+}

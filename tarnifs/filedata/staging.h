@@ -1,0 +1,23 @@
+// Files in the private folder that hold what is not yet on the device.
+#pragma once
+
+#include <sys/types.h>
+
+#include "tarnifs/mount/context.h"
+
+// Reads from the staged copy of a volume path (private folder + whole path),
+// opened as the program opened the file. Bytes read; -ENOENT when it is not
+// there, 0 when it can't be opened, -1 when it can't be read.
+int ReadStaged(const _CONTEXT *context, const char *path, int flags, char *buf,
+               size_t size, off_t offset);
+
+// Writes to the staged file of a volume path (private folder + last component),
+// made when it is missing. Bytes written, 0 when it can't be opened, or a
+// negated errno after logging.
+int WriteStaged(const _CONTEXT *context, const char *path, const char *buf,
+                size_t size, off_t offset);
+
+// The path before the first ".sb-" when the catalogue knows a file there: the
+// one that a program saves over. Null for any other path.
+struct _KTL_OBJECT;
+_KTL_OBJECT *FindSafeSaveTarget(const char *path);
