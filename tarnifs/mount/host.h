@@ -3,11 +3,12 @@
 // functions; nothing else asks which host it is on.
 #pragma once
 
+#include <sys/stat.h>
+#include <sys/types.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <sys/stat.h>
-#include <sys/types.h>
 
 struct fuse_conn_info;
 
@@ -47,6 +48,12 @@ struct tarni_setattr {
 // host wants no more, and is ignored by the handlers.
 using tarni_filler = int (*)(void *buffer, const char *name,
                              const struct stat *st, off_t offset);
+
+// Hands the process to the FUSE library: parses the FUSE arguments, mounts, and
+// runs until the volume is unmounted, with tarni_opers as the table and
+// `locationId` as what hostFuseContext yields until tarnifs_init returned. The
+// result is the process's exit status.
+int hostMain(int argc, char **argv, int32_t *locationId);
 
 // Switches on what the volume needs of the FUSE connection.
 void hostInitConnection(struct fuse_conn_info *conn);
