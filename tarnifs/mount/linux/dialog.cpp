@@ -1,0 +1,212 @@
+// Notices on the screen: a dialog program with the text among its arguments,
+// waited for. Which program: QUORVEL_DIALOG, else the first of the usual ones
+// that is there and can reach a display, else the system log.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "tarnifs/mount/host.h"
+#include "util/log.h"
+
+namespace
+{
+
+using Words = std::vector<std::string>;
+
+std::mutex dialog_lock;
+std::condition_variable dialog_ended;
+pid_t dialog_pid = 0;      // the program on the screen, 0: none
+bool dialogs_over = false; // set for good by hostEndDialog
+
+bool IsSet(const char *name)
+{
+    const char *value = getenv(name); // NOLINT(concurrency-mt-unsafe): nobody
+                                      // changes the environment
+    return value != nullptr && *value != '\0';
+}
+
+// The file to run for a program's name, searched in PATH; "" without one.
+std::string ProgramFile(const std::string &name)
+{
+    if (name.find('/') != std::string::npos) {
+        return name;
+    }
+    const char *path = getenv("PATH"); // NOLINT(concurrency-mt-unsafe)
+    std::string rest = path == nullptr ? "/usr/bin:/bin" : path;
+    while (!rest.empty()) {
+        const size_t colon = rest.find(':');
+        const std::string file = rest.substr(0, colon) + "/" + name;
+        if (access(file.c_str(), X_OK) == 0) {
+            return file;
+        }
+        rest = colon == std::string::npos ? "" : rest.substr(colon + 1);
+    }
+    return "";
+}
+
+// notify-send reads the body as markup.
+std::string WithoutMarkup(const std::string &text)
+{
+    std::string plain;
+    for (const char c : text) {
+        plain += c == '&'   ? "&amp;"
+                 : c == '<' ? "&lt;"
+                 : c == '>' ? "&gt;"
+                            : std::string(1, c);
+    }
+    return plain;
+}
+
+// The commands to try, in this order.
+std::vector<Words> Commands(const std::string &title, const std::string &text,
+                            const std::string &button)
+{
+    if (IsSet("QUORVEL_DIALOG")) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe)
+        return {{getenv("QUORVEL_DIALOG"), title, text, button}};
+    }
+    std::vector<Words> commands;
+    if (IsSet("DISPLAY") || IsSet("WAYLAND_DISPLAY")) {
+        commands.push_back({"zenity", "--warning", "--no-markup",
+                            "--title=" + title, "--text=" + text,
+                            "--ok-label=" + button});
+        commands.push_back({"kdialog", "--title", title, "--sorry", text});
+    }
+    if (IsSet("DISPLAY")) {
+        commands.push_back({"xmessage", "-center", "-title", title, "-buttons",
+                            button + ":0", text});
+    }
+    if (IsSet("DBUS_SESSION_BUS_ADDRESS")) {
+        commands.push_back({"notify-send", "--", title, WithoutMarkup(text)});
+    }
+    return commands;
+}
+
+// In the child, between fork and exec: only calls that are safe there. The
+// program starts as one from a shell does: nothing blocked, broken pipes end
+// it, the usual mask, no descriptor of the volume's.
+[[noreturn]] void Become(const char *file, char *const *argv)
+{
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    signal(SIGPIPE, SIG_DFL);
+    umask(022);
+    close_range(3, ~0U, 0);
+    execv(file, argv);
+    _exit(127);
+}
+
+// Starts a command; its pid is then in dialog_pid. False when it can't be
+// started, or none may be shown any more.
+bool Start(const Words &command)
+{
+    const std::string file = ProgramFile(command[0]);
+    if (file.empty() || access(file.c_str(), X_OK) != 0) {
+        return false;
+    }
+    std::vector<char *> argv;
+    for (const std::string &word : command) {
+        argv.push_back(const_cast<char *>(word.c_str()));
+    }
+    argv.push_back(nullptr);
+
+    const std::lock_guard<std::mutex> hold(dialog_lock);
+    if (dialogs_over) {
+        return false;
+    }
+    // A file-creation mask can't be given to posix_spawn.
+    const pid_t pid = fork();
+    if (pid == 0) {
+        Become(file.c_str(), argv.data());
+    }
+    if (pid < 0) {
+        QNLog(3, "%s fork failed. errno : %d", "hostShowDialog", errno);
+        return false;
+    }
+    dialog_pid = pid;
+    return true;
+}
+
+// Waits for the program on the screen; its wait status. The number is given up
+// only under the lock, so that nobody signals a stranger.
+int Await()
+{
+    siginfo_t info{};
+    while (waitid(P_PID, static_cast<id_t>(dialog_pid), &info,
+                  WEXITED | WNOWAIT) != 0 &&
+           errno == EINTR) {}
+    const std::lock_guard<std::mutex> hold(dialog_lock);
+    int status = 0;
+    waitpid(dialog_pid, &status, 0);
+    dialog_pid = 0;
+    dialog_ended.notify_all();
+    return status;
+}
+
+// Runs a command to its end. False when nobody can have seen it: it did not
+// start, or failed at once, as these programs do without a display.
+bool Show(const Words &command, bool chosen_by_user)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    if (!Start(command)) {
+        return false;
+    }
+    const int status = Await();
+    if (!WIFEXITED(status) || WEXITSTATUS(status) == 0) {
+        return true;
+    }
+    if (WEXITSTATUS(status) == 127) {
+        return false;
+    }
+    return chosen_by_user || std::chrono::steady_clock::now() - begin >
+                                 std::chrono::milliseconds(500);
+}
+
+bool DialogsOver()
+{
+    const std::lock_guard<std::mutex> hold(dialog_lock);
+    return dialogs_over;
+}
+
+} // namespace
+
+void hostShowDialog(const char *title, const char *text, const char *button)
+{
+    const bool chosen_by_user = IsSet("QUORVEL_DIALOG");
+    for (const Words &command : Commands(title, text, button)) {
+        if (Show(command, chosen_by_user) || DialogsOver()) {
+            return;
+        }
+        if (chosen_by_user) {
+            QNLog(3, "%s dialog program can't be started : %s",
+                  "hostShowDialog", command[0].c_str());
+        }
+    }
+    syslog(LOG_USER | LOG_WARNING, "%s: %s", title, text);
+}
+
+void hostEndDialog()
+{
+    std::unique_lock<std::mutex> hold(dialog_lock);
+    dialogs_over = true;
+    if (dialog_pid == 0) {
+        return;
+    }
+    kill(dialog_pid, SIGTERM);
+    if (!dialog_ended.wait_for(hold, std::chrono::milliseconds(500),
+                               [] { return dialog_pid == 0; })) {
+        kill(dialog_pid, SIGKILL);
+    }
+}
