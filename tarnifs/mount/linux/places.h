@@ -1,0 +1,30 @@
+// What a volume path says by itself, without a look at catalogue or device.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// A path's last component.
+std::string LeafOf(const std::string &path);
+
+// Whether `path` is `folder` or lies below it.
+bool IsWithin(std::string_view path, std::string_view folder);
+
+// `path`, which lies within `from`, as it is called once `from` has become `to`.
+std::string Moved(const std::string &path, const std::string &from,
+                  const std::string &to);
+
+// Whether a top-level component is one of the three areas. Nothing else exists
+// at the top level, and nothing else is ever asked for.
+bool IsAreaName(std::string_view name);
+
+// "/.Trash-1000" and the like.
+bool IsTopLevelDotName(std::string_view path);
+
+// Whether files at this path may be changed: below "/Storage" and below the
+// folder of an app.
+bool IsWritablePlace(std::string_view path);
+
+// Whether the last component is a name that libfuse gives to a file that was
+// removed while open.
+bool IsFuseHidden(const std::string &path);

@@ -1,0 +1,24 @@
+// Names that begin with "." below the top level. No listing shows those that
+// the device brought along, so a lookup asks the device about each of them, once.
+//
+// What is found gets a catalogue record that is in no folder's list (a linked
+// one would be listed, and would make its folder look listed); what is not is
+// remembered as missing. All functions are called with the gate held and, but
+// for AskAboutUnlisted, with tarni_mutex held.
+#pragma once
+
+#include <string>
+
+#include "tarnifs/mount/context.h"
+
+// Whether a path is one that the device was asked about and has.
+bool IsUnlistedFound(const std::string &path);
+
+// Asks the device about a path, whose last component begins with ".", unless the
+// answer is known. 0: it is there now, with a record. -ENOENT, or -EIO when the
+// device could not answer.
+int AskAboutUnlisted(_CONTEXT *context, const std::string &path);
+
+// What was found or missed at this path or below may have changed: forgets it,
+// with the records that nothing but this knows.
+void ForgetUnlisted(const std::string &path);
