@@ -1,0 +1,121 @@
+// Opening, making, reading, writing and closing files.
+#include <fcntl.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
+
+#include "tarnifs/mount/linux/adapters.h"
+#include "tarnifs/mount/linux/gate.h"
+#include "tarnifs/mount/linux/lookup.h"
+#include "tarnifs/mount/linux/open_files.h"
+#include "tarnifs/mount/linux/places.h"
+#include "tarnifs/mount/linux/results.h"
+#include "tarnifs/mount/linux/sizes.h"
+#include "tarnifs/mount/linux/unlisted.h"
+#include "tarnifs/mount/operations.h"
+
+namespace
+{
+
+bool ChangesFile(int flags)
+{
+    return (flags & O_ACCMODE) != O_RDONLY || (flags & O_TRUNC) != 0;
+}
+
+std::unique_ptr<OpenFile> NewOpenFile(const std::string &path, int flags)
+{
+    auto file = std::make_unique<OpenFile>();
+    file->path = path;
+    file->info.flags = flags;
+    return file;
+}
+
+} // namespace
+
+int OpenAdapter(const char *path, fuse_file_info *fi)
+{
+    const Gate gate;
+    std::string spelled;
+    int ret = ResolvePath(path, &spelled);
+    if (ret != 0) {
+        return WithoutEnosys(ret);
+    }
+    if (ChangesFile(fi->flags) && !IsWritablePlace(spelled)) {
+        return -EROFS;
+    }
+    auto file = NewOpenFile(spelled, fi->flags);
+    ret = HostResult(tarni_opers.open(spelled.c_str(), &file->info));
+    if (ret == 0 && (fi->flags & O_TRUNC) != 0) {
+        ret = SetSizeOfOpen(spelled, 0);
+        if (ret != 0) {
+            tarni_opers.release(spelled.c_str(), &file->info);
+        }
+    }
+    if (ret != 0) {
+        return WithoutEnosys(ret);
+    }
+    fi->fh = AddOpenFile(std::move(file));
+    return 0;
+}
+
+int CreateAdapter(const char *path, mode_t mode, fuse_file_info *fi)
+{
+    const Gate gate;
+    // Trash folders and the like: nobody asked for them, nobody is told.
+    if (IsTopLevelDotName(path)) {
+        return -EROFS;
+    }
+    std::string spelled;
+    int ret = ResolveTarget(path, &spelled);
+    if (ret != 0) {
+        return WithoutEnosys(ret);
+    }
+    if (tarni_opers.create == nullptr) {
+        return -EROFS;
+    }
+    ForgetUnlisted(spelled);
+    auto file = NewOpenFile(spelled, fi->flags);
+    ret = HostResult(tarni_opers.create(spelled.c_str(), mode, &file->info));
+    if (ret != 0) {
+        return WithoutEnosys(ret);
+    }
+    fi->fh = AddOpenFile(std::move(file));
+    return 0;
+}
+
+int ReadAdapter(const char * /*path*/, char *buf, size_t size, off_t offset,
+                fuse_file_info *fi)
+{
+    const Gate gate;
+    OpenFile *file = OpenFileOf(fi);
+    if (file == nullptr) {
+        return -EBADF;
+    }
+    return HostResult(
+        tarni_opers.read(file->path.c_str(), buf, size, offset, &file->info));
+}
+
+int WriteAdapter(const char * /*path*/, const char *buf, size_t size,
+                 off_t offset, fuse_file_info *fi)
+{
+    const Gate gate;
+    OpenFile *file = OpenFileOf(fi);
+    if (file == nullptr) {
+        return -EBADF;
+    }
+    const int ret = HostResult(
+        tarni_opers.write(file->path.c_str(), buf, size, offset, &file->info));
+    // Programs try again after a write of nothing, for ever.
+    return ret == 0 && size > 0 ? -EIO : ret;
+}
+
+int ReleaseAdapter(const char * /*path*/, fuse_file_info *fi)
+{
+    const Gate gate;
+    const std::unique_ptr<OpenFile> file = TakeOpenFile(fi);
+    if (file == nullptr) {
+        return 0;
+    }
+    return HostResult(tarni_opers.release(file->path.c_str(), &file->info));
+}

@@ -1,0 +1,113 @@
+// Renames, with what Linux programs and libfuse expect of them.
+#include <linux/fs.h>
+
+#include <cerrno>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tarnifs/mount/linux/adapters.h"
+#include "tarnifs/mount/linux/gate.h"
+#include "tarnifs/mount/linux/hidden.h"
+#include "tarnifs/mount/linux/lookup.h"
+#include "tarnifs/mount/linux/open_files.h"
+#include "tarnifs/mount/linux/places.h"
+#include "tarnifs/mount/linux/results.h"
+#include "tarnifs/mount/linux/unlisted.h"
+#include "tarnifs/mount/operations.h"
+#include "tarnifs/names/device_path.h"
+
+namespace
+{
+
+// The handler's rename, followed by the open files.
+int RenameWithOpenFiles(const std::string &from, const std::string &to)
+{
+    const std::vector<OpenState> states = BeforeRename(from);
+    const int ret = HostResult(tarni_opers.rename(from.c_str(), to.c_str()));
+    if (ret == 0) {
+        AfterRename(states, from, to);
+        ForgetUnlisted(from);
+        ForgetUnlisted(to);
+    }
+    return ret;
+}
+
+// An open file is removed. In a read-only place that is refused as any removal
+// is.
+int Hide(const char *asked, const char *asked_hidden)
+{
+    std::string from;
+    int ret = ResolvePath(asked, &from);
+    if (ret != 0) {
+        return ret;
+    }
+    if (!IsWritablePlace(from)) {
+        return HostResult(tarni_opers.unlink(from.c_str()));
+    }
+    const std::string hidden =
+        ChildPath(ParentFolderText(from), LeafOf(asked_hidden));
+    ret = RenameWithOpenFiles(from, hidden);
+    if (ret == 0) {
+        NoteHidden({asked, asked_hidden, from, hidden});
+    }
+    return ret;
+}
+
+// A folder replaces an empty folder only, and the catalogue knows what is empty
+// only once it was listed.
+int CheckTargetFolder(const std::string &to)
+{
+    if (!IsWritablePlace(to) || !PathIsFolder(to)) {
+        return 0;
+    }
+    const int ret = EnsureListed(to);
+    if (ret != 0) {
+        return ret;
+    }
+    return FolderHasChildren(to) ? -ENOTEMPTY : 0;
+}
+
+int Rename(const char *from, const char *to, bool replace)
+{
+    std::string source;
+    std::string target;
+    int ret = ResolvePath(from, &source);
+    if (ret == 0) {
+        ret = ResolveTarget(to, &target);
+    }
+    if (ret != 0 || source == target) {
+        return ret;
+    }
+    std::string existing;
+    if (!replace && ResolvePath(to, &existing) == 0) {
+        return -EEXIST;
+    }
+    ret = CheckTargetFolder(target);
+    return ret != 0 ? ret : RenameWithOpenFiles(source, target);
+}
+
+} // namespace
+
+int RenameAdapter(const char *from, const char *to, unsigned flags)
+{
+    const Gate gate;
+    if ((flags & ~static_cast<unsigned>(RENAME_NOREPLACE)) != 0) {
+        return -EINVAL;
+    }
+    if (tarni_opers.rename == nullptr || tarni_opers.unlink == nullptr) {
+        return -EROFS;
+    }
+    if (IsFuseHidden(to)) {
+        return WithoutEnosys(Hide(from, to));
+    }
+    // When the target is open, libfuse has put it out of the way before: a
+    // rename that fails must bring it back.
+    const std::optional<HiddenFile> hidden = TakeHidden(to);
+    const int ret = Rename(from, to, (flags & RENAME_NOREPLACE) == 0);
+    if (ret != 0 && hidden &&
+        RenameWithOpenFiles(hidden->hidden, hidden->original) == 0) {
+        NoteRestored(*hidden);
+    }
+    return WithoutEnosys(ret);
+}

@@ -1,0 +1,107 @@
+#include "tarnifs/mount/linux/sizes.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "tarnifs/catalogue/object.h"
+#include "tarnifs/filedata/connection.h"
+#include "tarnifs/mount/context.h"
+#include "tarnifs/mount/linux/adapters.h"
+#include "tarnifs/mount/linux/gate.h"
+#include "tarnifs/mount/linux/lookup.h"
+#include "tarnifs/mount/linux/open_files.h"
+#include "tarnifs/mount/linux/places.h"
+#include "tarnifs/mount/linux/results.h"
+#include "tarnifs/mount/operations.h"
+#include "tarnifs/notify/dialogs.h"
+#include "util/log.h"
+
+namespace
+{
+
+void Account(uint64_t *free, uint64_t before, uint64_t after)
+{
+    if (after <= before) {
+        *free += before - after;
+    } else {
+        *free -= std::min(*free, after - before);
+    }
+}
+
+int SetDeviceSize(const std::string &path, uint64_t size)
+{
+    const TarniLock lock;
+    _CONTEXT *context = MountContext();
+    const _KTL_OBJECT *object = FindObject(path.c_str());
+    if (context == nullptr || object == nullptr) {
+        return -ENOENT;
+    }
+    if (object->file_handle == 0) {
+        QNLog(3, "%s file_handle is NULL. path(%s)", "SetDeviceSize",
+              path.c_str());
+        return -EIO;
+    }
+    const int ret = libiusb_afc_file_set_size(
+        ConnectionOf(context, object, path.c_str()), object->file_handle, size);
+    if (ret != LIBIUSB_SUCCESS) {
+        QNLog(3, "%s libiusb_afc_file_set_size failed. path(%s) ret : %d",
+              "SetDeviceSize", path.c_str(), ret);
+        return ReportDeviceFailure(FAILURE_WRITE_FILE,
+                                   ret == LIBIUSB_ERROR_LOST_CONNECTION,
+                                   nullptr, ret);
+    }
+    Account(&context->device_info.free_capacity, object->size, size);
+    return 0;
+}
+
+// A file that nobody has open is opened for the change, with all that the open
+// handler does for its area.
+int SetSizeOfClosed(const std::string &path, uint64_t size)
+{
+    tarni_file_info info;
+    info.flags = O_WRONLY;
+    int ret = HostResult(tarni_opers.open(path.c_str(), &info));
+    if (ret != 0) {
+        return ret;
+    }
+    ret = SetSizeOfOpen(path, size);
+    tarni_opers.release(path.c_str(), &info);
+    return ret;
+}
+
+} // namespace
+
+int SetSizeOfOpen(const std::string &path, uint64_t size)
+{
+    const int ret = SetDeviceSize(path, size);
+    if (ret != 0) {
+        return ret;
+    }
+    const tarni_setattr attr{.valid = TARNI_SETATTR_SIZE, .size = size};
+    return HostResult(tarni_opers.setattr_x(path.c_str(), &attr));
+}
+
+int TruncateAdapter(const char *path, off_t size, fuse_file_info *fi)
+{
+    const Gate gate;
+    if (size < 0) {
+        return -EINVAL;
+    }
+    const auto bytes = static_cast<uint64_t>(size);
+    const OpenFile *file = OpenFileOf(fi);
+    if (file != nullptr) {
+        return WithoutEnosys(SetSizeOfOpen(file->path, bytes));
+    }
+    std::string spelled;
+    const int ret = ResolvePath(path, &spelled);
+    if (ret != 0) {
+        return WithoutEnosys(ret);
+    }
+    if (PathIsFolder(spelled)) {
+        return -EISDIR;
+    }
+    if (!IsWritablePlace(spelled)) {
+        return -EROFS;
+    }
+    return WithoutEnosys(SetSizeOfClosed(spelled, bytes));
+}
