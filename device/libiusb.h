@@ -282,7 +282,8 @@ int libiusb_housearrest_init(libiusb_device *device, libiusb_afc **out);
 int libiusb_housearrest_openapp(libiusb_afc *house, const char *bundle_id);
 
 // Ends the handle; files still open through it are closed. Null is
-// INVALID_ARG.
+// INVALID_ARG. After any failure the handle is as it was and may be ended
+// again.
 int libiusb_housearrest_exit(libiusb_afc *house);
 
 // ---------------------------------------------------------------------------

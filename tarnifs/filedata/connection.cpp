@@ -2,6 +2,7 @@
 
 #include "tarnifs/names/device_path.h"
 #include "tarnifs/notify/dialogs.h"
+#include "util/log.h"
 
 HOUSE_RESULT OpenHouseArrest(_CONTEXT *context, _KTL_OBJECT *folder,
                              const char *appId)
@@ -18,13 +19,44 @@ HOUSE_RESULT OpenHouseArrest(_CONTEXT *context, _KTL_OBJECT *folder,
     return {libiusb_housearrest_openapp(house, appId), HOUSE_OPENAPP};
 }
 
+void LogHouseFailure(const char *self, const HOUSE_RESULT &result)
+{
+    if (result.step == HOUSE_INIT) {
+        QNLog(3, "%s libiusb_housearrest_init failed. error : %d", self,
+              result.code);
+    } else {
+        QNLog(3, "%s libiusb_housearrest_openapp failed. error : %d", self,
+              result.code);
+    }
+}
+
+void LogHouseFailure(const char *self, const HOUSE_RESULT &result,
+                     const char *appId)
+{
+    if (result.step == HOUSE_INIT) {
+        LogHouseFailure(self, result);
+        return;
+    }
+    QNLog(3, "%s libiusb_housearrest_openapp failed. error : %d, App ID : %s",
+          self, result.code, appId == nullptr ? "" : appId);
+}
+
 int CloseHouseArrest(_KTL_OBJECT *folder)
+{
+    const int ret = EndHouseArrest(folder);
+    folder->hhandle = 0;
+    return ret;
+}
+
+int EndHouseArrest(_KTL_OBJECT *folder)
 {
     if (folder->hhandle == 0) {
         return 0;
     }
     const int ret = libiusb_housearrest_exit(HouseArrestOf(folder));
-    folder->hhandle = 0;
+    if (ret == 0) {
+        folder->hhandle = 0;
+    }
     return ret;
 }
 

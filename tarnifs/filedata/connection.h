@@ -20,9 +20,18 @@ struct HOUSE_RESULT {
 HOUSE_RESULT OpenHouseArrest(_CONTEXT *context, _KTL_OBJECT *folder,
                              const char *appId);
 
+// The log line of a failed OpenHouseArrest, in the name of the function `self`;
+// the second form names the app.
+void LogHouseFailure(const char *self, const HOUSE_RESULT &result);
+void LogHouseFailure(const char *self, const HOUSE_RESULT &result,
+                     const char *appId);
+
 // Ends the connection of a folder's record, if any. 0 or the device's code; the
 // record holds none afterwards either way.
 int CloseHouseArrest(_KTL_OBJECT *folder);
+
+// Likewise, but after a failure the record still holds it.
+int EndHouseArrest(_KTL_OBJECT *folder);
 
 // Shows what a failed OpenHouseArrest means to the user; returns -ECANCELED.
 int ReportHouseFailure(const HOUSE_RESULT &result, const char *path);

@@ -28,18 +28,6 @@ int reportUnexpected(const char *path)
     return ReportError(TEXT_UNEXPECTED_FILE, path);
 }
 
-void logHouseFailure(const HOUSE_RESULT &result, const _KTL_OBJECT *folder)
-{
-    if (result.step == HOUSE_INIT) {
-        QNLog(3, "%s libiusb_housearrest_init failed. error : %d", SELF,
-              result.code);
-        return;
-    }
-    const char *appId = folder->app_id;
-    QNLog(3, "%s libiusb_housearrest_openapp failed. error : %d, App ID : %s",
-          SELF, result.code, appId == nullptr ? "" : appId);
-}
-
 // An app's file: through the connection of the folder that holds it.
 int placeInApp(_CONTEXT *context, const char *path, PLACE *place)
 {
@@ -50,7 +38,7 @@ int placeInApp(_CONTEXT *context, const char *path, PLACE *place)
     const HOUSE_RESULT result =
         OpenHouseArrest(context, folder, folder->app_id);
     if (result.code != 0) {
-        logHouseFailure(result, folder);
+        LogHouseFailure(SELF, result, folder->app_id);
         CloseHouseArrest(folder);
         return ReportHouseFailure(result, path);
     }

@@ -171,13 +171,15 @@ AREA_RESULT listArea(_CONTEXT *context, const char *path, const TARGET &target,
 int listDevice(_CONTEXT *context, _KTL_OBJECT *folder, const char *path,
                const TARGET &target, off_t offset)
 {
+    NoteListing(folder,
+                true); // unless the area, or its failure, says otherwise
     const AREA_RESULT result = listArea(context, path, target, offset);
     if (result.lister == nullptr) {
         QNLog(3, "%s Unexpected path(%s)", SELF, path);
         return ReportError(TEXT_UNEXPECTED_PATH, path);
     }
-    NoteListing(folder, result.code == 0);
     if (result.code != 0) {
+        NoteListing(folder, false);
         QNLog(3, "%s %s failed. error : %d", SELF, result.lister, result.code);
         return ReportDeviceFailure(FAILURE_READ_DIRECTORY,
                                    result.code == LIBIUSB_ERROR_LOST_CONNECTION,

@@ -1,0 +1,153 @@
+// From the private folder to the device.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "tarnifs/filedata/create.h"
+#include "tarnifs/mount/private_folder.h"
+#include "util/log.h"
+
+namespace
+{
+
+// One less than 64 KiB, on purpose.
+constexpr uint64_t PIECE = 65535;
+constexpr mode_t OWNER_FILE = S_IRUSR | S_IWUSR;
+
+struct UPLOAD {
+    const char *self; // who logs
+    libiusb_afc *afc;
+    libiusb_file file = 0;
+};
+
+// Fills `piece` from the local file; false at its end or when it can't be read.
+bool readPiece(int fd, std::vector<char> *piece, size_t length)
+{
+    std::fill(piece->begin(), piece->end(), '\0');
+    return read(fd, piece->data(), length) > 0;
+}
+
+// 0, or what the failed write means. The whole piece is written whatever was
+// read of it: the size that was seen at the beginning counts.
+int copyAll(const UPLOAD &upload, int fd, uint64_t size)
+{
+    std::vector<char> piece(PIECE);
+    uint64_t offset = 0;
+    while (offset < size) {
+        const auto length =
+            static_cast<uint32_t>(std::min(size - offset, PIECE));
+        if (!readPiece(fd, &piece, length)) {
+            return 0;
+        }
+        uint32_t written = 0;
+        const int ret = libiusb_afc_file_write(
+            upload.afc, upload.file, piece.data(), length, offset, &written);
+        if (ret != 0) {
+            QNLog(3, "%s libiusb_afc_file_write failed. code : %d", upload.self,
+                  ret);
+            return ret;
+        }
+        offset += written;
+    }
+    return 0;
+}
+
+int closeUpload(const UPLOAD &upload)
+{
+    const int ret = libiusb_afc_file_close(upload.afc, upload.file);
+    if (ret != 0) {
+        QNLog(3, "%s libiusb_afc_file_close failed. code : %d", upload.self,
+              ret);
+        libiusb_afc_file_close(upload.afc, upload.file);
+    }
+    return ret;
+}
+
+// *complete: everything was written and the device file closed well.
+int copyToDevice(const UPLOAD &given, const std::string &local,
+                 const char *from, const char *to, int mode, bool *complete)
+{
+    UPLOAD upload = given;
+    struct stat st {
+    };
+    if (stat(local.c_str(), &st) != 0) {
+        QNLog(3, "%s frompath(%s) file is not exist.", upload.self,
+              local.c_str());
+        return -1;
+    }
+    int ret = libiusb_afc_file_open(upload.afc, to, mode, &upload.file);
+    if (ret != 0) {
+        QNLog(3, "%s libiusb_afc_file_open failed. code : %d, path : %s\n",
+              upload.self, ret, from);
+        return ret;
+    }
+    int copied = 0;
+    const int fd = open(local.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) {
+        QNLog(3, "%s topath open failed.", upload.self);
+    } else {
+        copied = copyAll(upload, fd, static_cast<uint64_t>(st.st_size));
+        close(fd);
+    }
+    ret = closeUpload(upload);
+    *complete = copied == 0 && ret == 0;
+    return ret;
+}
+
+} // namespace
+
+int uploadfile(const _CONTEXT *context, const char *from, const char *to,
+               libiusb_afc *afc, bool remove_after)
+{
+    const std::string folder = PrivateFolder(context);
+    struct stat st {
+    };
+    if (stat(folder.c_str(), &st) != 0) {
+        mkdir(folder.c_str(), S_IRWXU);
+    }
+    const std::string local = folder + from;
+    bool complete = false;
+    const int ret = copyToDevice({"uploadfile", afc}, local, from, to,
+                                 LIBIUSB_MODE_WRITE, &complete);
+    if (complete && remove_after) {
+        remove(local.c_str());
+    }
+    return ret;
+}
+
+int uploadfileappend(const _CONTEXT *context, const char *from, const char *to)
+{
+    bool complete = false;
+    return copyToDevice({"uploadfileappend", context->afc_handle},
+                        PrivateFolder(context) + from, from, to,
+                        LIBIUSB_MODE_APPEND, &complete);
+}
+
+int MakeTmpPath(const _CONTEXT *context, const char *path, unsigned mode)
+{
+    const std::string folder = PrivateFolder(context);
+    struct stat st {
+    };
+    if (stat(folder.c_str(), &st) != 0) {
+        mkdir(folder.c_str(), S_IRWXU);
+    }
+    const std::string local = folder + path;
+    if ((mode & S_IFDIR) != 0) {
+        return mkdir(local.c_str(), S_IRWXU);
+    }
+    if ((mode & S_IFREG) == 0) {
+        return 0;
+    }
+    const int fd =
+        open(local.c_str(),
+             O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, OWNER_FILE);
+    if (fd >= 0) {
+        close(fd);
+    }
+    return 0;
+}

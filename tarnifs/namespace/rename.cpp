@@ -1,0 +1,198 @@
+#include "tarnifs/namespace/rename.h"
+
+#include <cerrno>
+#include <string>
+
+#include "tarnifs/catalogue/key.h"
+#include "tarnifs/filedata/create.h"
+#include "tarnifs/listing/apps.h"
+#include "tarnifs/listing/storage.h"
+#include "tarnifs/names/device_path.h"
+#include "tarnifs/notify/dialogs.h"
+#include "tarnifs/notify/tray_pipe.h"
+#include "util/log.h"
+
+namespace
+{
+
+constexpr const char *SELF = "tarnifs_rename";
+constexpr uint64_t LONG_MOVE = 3000000; // bytes; a larger file is announced
+
+int refuseReadOnly(const char *to)
+{
+    QNLog(3, "%s create not supported. path : %s", SELF, to);
+    return ReportRefusal(TEXT_READ_ONLY, ParentFolderText(to).c_str());
+}
+
+int refuseRename(const _KTL_OBJECT *source, const char *from, const char *to)
+{
+    QNLog(3, "%s rename not supported. path from : %s, to : %s", SELF, from,
+          to);
+    const bool folder = source->mode == KTL_MODE_FOLDER;
+    return ReportRefusal(folder ? TEXT_RENAME_FOLDER : TEXT_RENAME_FILE, from);
+}
+
+void logAppLevel()
+{
+    QNLog(3, "%s rename not supported. ", SELF);
+}
+
+int report(int code)
+{
+    if (code == 0) {
+        return 0;
+    }
+    if (code == LIBIUSB_ERROR_NO_SPACE) {
+        return ReportError(TEXT_NO_SPACE, nullptr);
+    }
+    return ReportDeviceFailure(
+        FAILURE_RENAME, code == LIBIUSB_ERROR_LOST_CONNECTION, nullptr, code);
+}
+
+int renameInStorage(_CONTEXT *context, _KTL_OBJECT *source, const char *from,
+                    const char *to)
+{
+    const std::string deviceFrom = StorageDevicePath(from);
+    const std::string deviceTo = StorageDevicePath(to);
+    if (source->type == KTL_STAGED) {
+        const std::string local = std::string("/") + LastComponent(from);
+        uploadfile(context, local.c_str(), deviceFrom.c_str(),
+                   context->afc_handle, true);
+    }
+    const int ret = libiusb_afc_rename(context->afc_handle, deviceFrom.c_str(),
+                                       deviceTo.c_str());
+    if (ret != 0) {
+        QNLog(3, "%s libiusb_afc_rename failed. from(%s) to(%s). error : %d",
+              SELF, deviceFrom.c_str(), deviceTo.c_str(), ret);
+        return ret;
+    }
+    _KTL_OBJECT *target = MakeTarget(to, source);
+    TakeOver(target, source, from, GetParentObject(to));
+    if (target->mode == KTL_MODE_FOLDER) {
+        NoteListing(target, enumStorage(context, to, nullptr, nullptr, 0) == 0);
+    }
+    return 0;
+}
+
+// "/Apps" into a storage folder: a folder with a copy of each app's documents.
+int copyApps(_CONTEXT *context, const char *from, const char *to)
+{
+    _KTL_OBJECT *apps = GetObject(from);
+    _KTL_OBJECT *target = MakeTarget(to, apps);
+    if (!HasChildren(apps)) {
+        enumApps(context, from, nullptr, nullptr);
+    }
+    int ret = libiusb_afc_make_directory(context->afc_handle,
+                                         StorageDevicePath(to).c_str());
+    if (ret != 0) {
+        QNLog(3, "%s make directory failed. to : %s", SELF, to);
+        return ret;
+    }
+    target->mode = KTL_MODE_FOLDER;
+    SetPresentTimes(target);
+    _KTL_OBJECT *folder = GetParentObject(to);
+    if (folder != nullptr) {
+        LinkChild(folder, target);
+    }
+    const _KTL_LIST *head = ChildList(apps);
+    for (_KTL_LIST *at = head->next; at != head && ret == 0;) {
+        const char *name = ObjectOfSibling(at)->file_name;
+        at = at->next;
+        ret = movetostorage(context, ChildPath(from, name).c_str(),
+                            ChildPath(to, name).c_str());
+    }
+    return ret;
+}
+
+using Move = int (*)(_CONTEXT *context, const char *from, const char *to);
+
+// A move that may take long is announced to the tray helper.
+int moveBracketed(Move move, _CONTEXT *context, const _KTL_OBJECT *source,
+                  const char *from, const char *to)
+{
+    const bool isLong =
+        source->mode == KTL_MODE_FOLDER || source->size > LONG_MOVE;
+    if (isLong) {
+        sendPipeMsg(BUSY_ON);
+    }
+    const int ret = move(context, from, to);
+    if (isLong) {
+        sendPipeMsg(BUSY_OFF);
+    }
+    return report(ret);
+}
+
+int renameLocked(const char *from, const char *to)
+{
+    _KTL_OBJECT *source = GetObject(from);
+    _CONTEXT *context = nullptr;
+    const int ret = getContext(&context);
+    if (ret != 0) {
+        return report(ret);
+    }
+    switch (DecideRename(from, to)) {
+    case RenameAction::DeviceRename:
+        return report(renameInStorage(context, source, from, to));
+    case RenameAction::MoveToStorage:
+        return moveBracketed(movetostorage, context, source, from, to);
+    case RenameAction::MoveToApps:
+        return moveBracketed(movetoapps, context, source, from, to);
+    case RenameAction::CopyApps:
+        return moveBracketed(copyApps, context, source, from, to);
+    case RenameAction::ReadOnlyApps:
+        logAppLevel();
+        return refuseReadOnly(to);
+    case RenameAction::ReadOnly:
+        return refuseReadOnly(to);
+    case RenameAction::RefusedApps:
+        logAppLevel();
+        return refuseRename(source, from, to);
+    case RenameAction::Refused:
+        break;
+    }
+    return refuseRename(source, from, to);
+}
+
+} // namespace
+
+_KTL_OBJECT *MakeTarget(const char *to, const _KTL_OBJECT *source)
+{
+    _KTL_OBJECT *existing = FindObject(to);
+    if (existing != nullptr && existing == source) {
+        return existing;
+    }
+    if (existing != nullptr) {
+        DeleteChildObject(existing, to);
+        DeleteObject(existing, to);
+    }
+    return GetObjectWithFileName(to);
+}
+
+void TakeOver(_KTL_OBJECT *target, _KTL_OBJECT *source, const char *from,
+              _KTL_OBJECT *folder)
+{
+    if (target == source) {
+        return;
+    }
+    if (source->mode == KTL_MODE_FOLDER) {
+        DeleteChildObject(source, from);
+    }
+    target->birth_time = source->birth_time;
+    target->size = source->size;
+    target->mode = source->mode;
+    target->xattr_list = source->xattr_list;
+    source->xattr_list = nullptr;
+    const int64_t birth = target->birth_time;
+    SetPresentTimes(target);
+    target->birth_time = birth;
+    if (folder != nullptr) {
+        LinkChild(folder, target);
+    }
+    DeleteObject(source, from);
+}
+
+int tarnifs_rename(const char *from, const char *to)
+{
+    const TarniLock lock;
+    return renameLocked(from, to);
+}
