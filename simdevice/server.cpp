@@ -146,6 +146,16 @@ class SignalFd
     SignalFd &operator=(const SignalFd &) = delete;
     int fd() const { return m_fd; }
 
+    // Takes a signal that came, so that it is not delivered after all.
+    void consume() const
+    {
+        pollfd entry{m_fd, POLLIN, 0};
+        signalfd_siginfo info{};
+        while (poll(&entry, 1, 0) > 0 &&
+               read(m_fd, &info, sizeof info) == sizeof info) {
+        }
+    }
+
   private:
     sigset_t m_before{};
     int m_fd = -1;
