@@ -181,10 +181,6 @@ int ResolveTarget(const char *path, std::string *spelled)
 
 int RunListing(const std::string &folder, void *buffer, tarni_filler filler)
 {
-    if (MountContext() != nullptr) {
-        const TarniLock lock;
-        DropUnfinishedListing(folder.c_str());
-    }
     tarni_file_info info;
     const int ret = HostResult(
         tarni_opers.readdir(folder.c_str(), buffer, filler, 0, &info));
