@@ -21,6 +21,7 @@
 #include "tarnifs/mount/linux/hidden.h"
 #include "tarnifs/mount/linux/places.h"
 #include "tarnifs/mount/linux/results.h"
+#include "util/log.h"
 
 namespace
 {
@@ -37,8 +38,14 @@ class HostTest : public ::testing::Test
             ADD_FAILURE() << "no temporary folder";
         }
         folder = work + "/private";
+        QNLogUseFolder(work.c_str());
+        QNLogInit();
     }
-    ~HostTest() override { fs::remove_all(work); }
+    ~HostTest() override
+    {
+        QNLogUseFolder(nullptr);
+        fs::remove_all(work);
+    }
     HostTest(const HostTest &) = delete;
     HostTest &operator=(const HostTest &) = delete;
 
@@ -94,6 +101,15 @@ TEST_F(HostTest, PrivateFolderIsNeverALinkOrAFile)
     hostRemoveFolder(folder.c_str());
     EXPECT_EQ(Slurp(folder), "file");
     EXPECT_FALSE(hostMakePrivateFolder((work + "/no/where").c_str()));
+    std::string log;
+    for (const auto &entry : fs::directory_iterator(work)) {
+        if (entry.path().extension() == ".log") {
+            log = Slurp(entry.path());
+        }
+    }
+    EXPECT_NE(log.find("refused. path(" + folder + ") : it is a link"),
+              std::string::npos)
+        << log;
 }
 
 TEST_F(HostTest, RemovalFollowsNoLink)

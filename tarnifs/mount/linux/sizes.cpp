@@ -5,6 +5,7 @@
 
 #include "tarnifs/catalogue/object.h"
 #include "tarnifs/filedata/connection.h"
+#include "tarnifs/filedata/staging.h"
 #include "tarnifs/mount/context.h"
 #include "tarnifs/mount/linux/adapters.h"
 #include "tarnifs/mount/linux/gate.h"
@@ -35,6 +36,9 @@ int SetDeviceSize(const std::string &path, uint64_t size)
     const _KTL_OBJECT *object = FindObject(path.c_str());
     if (context == nullptr || object == nullptr) {
         return -ENOENT;
+    }
+    if (object->type == KTL_STAGED) {
+        return TruncateStaged(context, path.c_str(), static_cast<off_t>(size));
     }
     if (object->file_handle == 0) {
         QNLog(3, "%s file_handle is NULL. path(%s)", "SetDeviceSize",
@@ -73,7 +77,7 @@ int SetSizeOfClosed(const std::string &path, uint64_t size)
 
 int SetSizeOfOpen(const std::string &path, uint64_t size)
 {
-    const int ret = SetDeviceSize(path, size);
+    const int ret = HostResult(SetDeviceSize(path, size));
     if (ret != 0) {
         return ret;
     }

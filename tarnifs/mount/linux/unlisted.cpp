@@ -19,12 +19,49 @@ constexpr size_t MOST_MISSES = 20000;
 std::unordered_set<std::string> found;
 std::unordered_set<std::string> missed;
 
+// Through a connection of its own, which ends with the question.
+int AskApp(_CONTEXT *context, const std::string &path, const char *app_id,
+           libiusb_afc_file_info *info)
+{
+    libiusb_afc *house = nullptr;
+    int ret = libiusb_housearrest_init(context->device_handle, &house);
+    if (ret != LIBIUSB_SUCCESS) {
+        return ret;
+    }
+    ret = libiusb_housearrest_openapp(house, app_id);
+    if (ret == LIBIUSB_SUCCESS) {
+        ret =
+            libiusb_afc_file_get_info(house, AppDevicePath(path).c_str(), info);
+    }
+    libiusb_housearrest_exit(house);
+    return ret;
+}
+
+int AskDevice(_CONTEXT *context, const std::string &path,
+              libiusb_afc_file_info *info)
+{
+    if (IsWithin(path, STORAGE_AREA)) {
+        return libiusb_afc_file_get_info(context->afc_handle,
+                                         StorageDevicePath(path).c_str(), info);
+    }
+    const _KTL_OBJECT *folder = GetParentObject(path.c_str());
+    if (folder == nullptr || folder->app_id == nullptr) {
+        return LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND;
+    }
+    return AskApp(context, path, folder->app_id, info);
+}
+
 void MakeRecord(const std::string &path, const libiusb_afc_file_info &info)
 {
     _KTL_OBJECT *object = GetObjectWithFileName(path.c_str());
-    object->mode =
-        info.file_type == LIBIUSB_FILE_FOLDER ? KTL_MODE_FOLDER : KTL_MODE_FILE;
+    const bool is_folder = info.file_type == LIBIUSB_FILE_FOLDER;
+    object->mode = is_folder ? KTL_MODE_FOLDER : KTL_MODE_FILE;
     FillSizeAndTimes(object, info);
+    if (IsWithin(path, APPS_AREA)) {
+        object->type = is_folder ? KTL_DEVICE_FOLDER : KTL_DEVICE_FILE;
+        object->app_id = ReplaceString(object->app_id,
+                                       GetParentObject(path.c_str())->app_id);
+    }
 }
 
 void DeleteRecord(const std::string &path)
@@ -46,14 +83,12 @@ bool IsUnlistedFound(const std::string &path)
 int AskAboutUnlisted(_CONTEXT *context, const std::string &path)
 {
     // A file that was removed while open is known from its rename or not at all.
-    if (IsFuseHidden(path) || !IsWithin(path, STORAGE_AREA) ||
-        missed.contains(path)) {
+    if (IsFuseHidden(path) || !IsWritablePlace(path) || missed.contains(path)) {
         return -ENOENT;
     }
     const TarniLock lock;
     libiusb_afc_file_info info{};
-    const int ret = libiusb_afc_file_get_info(
-        context->afc_handle, StorageDevicePath(path).c_str(), &info);
+    const int ret = AskDevice(context, path, &info);
     if (ret == LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND) {
         if (missed.size() >= MOST_MISSES) {
             missed.clear();
@@ -76,6 +111,7 @@ void ForgetUnlisted(const std::string &path)
     std::erase_if(missed, [&path](const std::string &name) {
         return IsWithin(name, path);
     });
+    const TarniLock lock;
     std::erase_if(found, [&path](const std::string &name) {
         if (!IsWithin(name, path)) {
             return false;

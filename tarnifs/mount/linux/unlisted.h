@@ -3,8 +3,8 @@
 //
 // What is found gets a catalogue record that is in no folder's list (a linked
 // one would be listed, and would make its folder look listed); what is not is
-// remembered as missing. All functions are called with the gate held and, but
-// for AskAboutUnlisted, with tarni_mutex held.
+// remembered as missing. All functions are called with the gate held; the last
+// two take tarni_mutex.
 #pragma once
 
 #include <string>
