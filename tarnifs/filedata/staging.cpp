@@ -24,6 +24,11 @@ int readFlags(int flags)
     return (flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_APPEND)) | ALWAYS;
 }
 
+std::string stagedFile(const _CONTEXT *context, const char *path)
+{
+    return PrivateFolder(context) + "/" + LastComponent(path);
+}
+
 // Opened without O_APPEND, with which a positioned write would go to the end.
 // The mode is for the owner alone: the process's file-creation mask is 0.
 int openForWriting(const std::string &local)
@@ -59,9 +64,7 @@ int ReadStaged(const _CONTEXT *context, const char *path, int flags, char *buf,
 int WriteStaged(const _CONTEXT *context, const char *path, const char *buf,
                 size_t size, off_t offset)
 {
-    const std::string local =
-        PrivateFolder(context) + "/" + LastComponent(path);
-    const int fd = openForWriting(local);
+    const int fd = openForWriting(stagedFile(context, path));
     if (fd < 0) {
         QNLog(3, "%s open staging file failed. path(%s) errno : %d",
               "tarnifs_write", path, errno);
@@ -76,6 +79,17 @@ int WriteStaged(const _CONTEXT *context, const char *path, const char *buf,
         return -error;
     }
     return static_cast<int>(count);
+}
+
+int TruncateStaged(const _CONTEXT *context, const char *path, off_t size)
+{
+    const int fd = openForWriting(stagedFile(context, path));
+    if (fd < 0) {
+        return -errno;
+    }
+    const int result = ftruncate(fd, size) == 0 ? 0 : -errno;
+    close(fd);
+    return result;
 }
 
 _KTL_OBJECT *FindSafeSaveTarget(const char *path)

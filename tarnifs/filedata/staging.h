@@ -17,6 +17,10 @@ int ReadStaged(const _CONTEXT *context, const char *path, int flags, char *buf,
 int WriteStaged(const _CONTEXT *context, const char *path, const char *buf,
                 size_t size, off_t offset);
 
+// Makes the staged file of a volume path `size` bytes long. 0 or a negated
+// errno.
+int TruncateStaged(const _CONTEXT *context, const char *path, off_t size);
+
 // The path before the first ".sb-" when the catalogue knows a file there: the
 // one that a program saves over. Null for any other path.
 struct _KTL_OBJECT;
