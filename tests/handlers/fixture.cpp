@@ -1,0 +1,386 @@
+#include "tests/handlers/fixture.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
+#include "tarnifs/mount/startup.h"
+#include "tarnifs/notify/tray_pipe.h"
+#include "util/log.h"
+
+namespace
+{
+
+std::vector<unsigned> *pausesTaken;
+
+void notePause(unsigned microseconds)
+{
+    pausesTaken->push_back(microseconds);
+    // A device that could not be seen yet is seen after a while; the world
+    // counts in lists, so nothing else has to move here.
+}
+
+int collect(void *buffer, const char *name, const struct stat *st, off_t offset)
+{
+    EXPECT_EQ(st, nullptr);
+    EXPECT_EQ(offset, 0);
+    static_cast<std::vector<std::string> *>(buffer)->emplace_back(name);
+    return 0;
+}
+
+} // namespace
+
+TempFolder::TempFolder()
+{
+    char name[] = "/tmp/quorvel-core-XXXXXX";
+    path = mkdtemp(name);
+}
+
+TempFolder::~TempFolder()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+}
+
+TrayReader::TrayReader(const std::string &path)
+{
+    mkfifo(path.c_str(), 0600);
+    fd = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+}
+
+TrayReader::~TrayReader()
+{
+    close(fd);
+}
+
+std::string TrayReader::read()
+{
+    char buffer[65536];
+    const ssize_t count = ::read(fd, buffer, sizeof(buffer));
+    return count <= 0 ? std::string()
+                      : std::string(buffer, static_cast<size_t>(count));
+}
+
+std::string TrayReader::readBytes(size_t count)
+{
+    std::string all;
+    const auto end =
+        std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (all.size() < count && std::chrono::steady_clock::now() < end) {
+        pollfd ready{fd, POLLIN, 0};
+        poll(&ready, 1, 100);
+        all += read();
+    }
+    return all;
+}
+
+MountTest::MountTest()
+    // Above INT_MAX and different in every process that runs at the same time.
+    : locationId(3000000000U + static_cast<uint32_t>(getpid()))
+{
+    pausesTaken = &pauses;
+    tarniPause = notePause;
+    trayPipePath = strdup((folder.path + "/pipe").c_str());
+    QNLogUseFolder(folder.path.c_str());
+    testHost.reset();
+    freshDevice();
+}
+
+MountTest::~MountTest()
+{
+    free(const_cast<char *>(trayPipePath));
+    trayPipePath = "/nowhere";
+    QNLogUseFolder(nullptr);
+}
+
+void MountTest::TearDown()
+{
+    expectLockFree();
+    unmount();
+    EXPECT_EQ(memoryWorld.open(), "");
+    EXPECT_EQ(memoryWorld.violations, std::vector<std::string>());
+    EXPECT_FALSE(std::filesystem::exists(privateFolder()));
+    expectLockFree();
+}
+
+MemoryDevice &MountTest::freshDevice()
+{
+    return memoryWorld.reset(locationId);
+}
+
+bool MountTest::mount()
+{
+    auto id = static_cast<int32_t>(locationId);
+    testHost.privateData = &id;
+    testHost.privateData = tarni_opers.init(nullptr);
+    forgetRaised();
+    forgetLog();
+    return testHost.privateData != nullptr;
+}
+
+void MountTest::unmount()
+{
+    if (testHost.privateData != nullptr) {
+        EXPECT_EQ(CheckCatalogue(), "");
+    }
+    tarni_opers.destroy(testHost.privateData);
+    testHost.privateData = nullptr;
+}
+
+_CONTEXT *MountTest::context() const
+{
+    return static_cast<_CONTEXT *>(testHost.privateData);
+}
+
+std::vector<std::string> MountTest::list(const std::string &path, int *ret)
+{
+    std::vector<std::string> names;
+    tarni_file_info fi;
+    const int result =
+        tarni_opers.readdir(path.c_str(), &names, collect, 0, &fi);
+    if (ret != nullptr) {
+        *ret = result;
+    } else {
+        EXPECT_EQ(result, 0) << path;
+    }
+    return names;
+}
+
+int MountTest::fill(const std::string &path)
+{
+    tarni_file_info fi;
+    return tarni_opers.readdir(path.c_str(), nullptr, nullptr, 0, &fi);
+}
+
+struct stat MountTest::attributes(const std::string &path, int *ret)
+{
+    struct stat st {
+    };
+    const int result = tarni_opers.getattr(path.c_str(), &st);
+    if (ret != nullptr) {
+        *ret = result;
+    } else {
+        EXPECT_EQ(result, 0) << path;
+    }
+    return st;
+}
+
+int MountTest::open(const std::string &path, tarni_file_info *fi)
+{
+    return tarni_opers.open(path.c_str(), fi);
+}
+
+int MountTest::release(const std::string &path, tarni_file_info *fi)
+{
+    return tarni_opers.release(path.c_str(), fi);
+}
+
+std::string MountTest::read(const std::string &path, tarni_file_info *fi,
+                            size_t size, off_t offset, int *ret)
+{
+    std::string data(size, '\0');
+    const int result =
+        tarni_opers.read(path.c_str(), data.data(), size, offset, fi);
+    if (ret != nullptr) {
+        *ret = result;
+    } else {
+        EXPECT_GE(result, 0) << path;
+    }
+    data.resize(static_cast<size_t>(std::max(result, 0)));
+    return data;
+}
+
+int MountTest::write(const std::string &path, tarni_file_info *fi,
+                     const std::string &data, off_t offset)
+{
+    return tarni_opers.write(path.c_str(), data.data(), data.size(), offset,
+                             fi);
+}
+
+_KTL_OBJECT *MountTest::object(const std::string &path)
+{
+    const TarniLock lock;
+    return FindObject(path.c_str());
+}
+
+void MountTest::addApp(const std::string &name, const std::string &bundleId,
+                       const std::vector<std::string> &files)
+{
+    memoryWorld.devices[0].apps.push_back({name, bundleId, {}});
+    MemoryTree &tree = memoryWorld.devices[0].apps.back().tree;
+    tree.addFolder("/Documents");
+    fill("/");
+    const TarniLock lock;
+    const std::string path = "/Apps/" + name;
+    _KTL_OBJECT *app = GetObjectWithFileName(path.c_str());
+    app->mode = KTL_MODE_FOLDER;
+    app->type = KTL_DEVICE_FOLDER;
+    app->app_id = ReplaceString(app->app_id, bundleId.c_str());
+    LinkChild(FindObject("/Apps"), app);
+    for (const std::string &file : files) {
+        tree.addFile("/Documents/" + file, "contents of " + file);
+        _KTL_OBJECT *record =
+            GetObjectWithFileName((path + "/" + file).c_str());
+        record->type = KTL_DEVICE_FILE;
+        record->size = 12 + file.size();
+        record->app_id = ReplaceString(record->app_id, bundleId.c_str());
+        LinkChild(app, record);
+    }
+}
+
+_KTL_OBJECT *MountTest::addMediaItem(const std::string &path,
+                                     const std::string &devicePath)
+{
+    fill("/");
+    fill("/Media");
+    const TarniLock lock;
+    _KTL_OBJECT *record = GetObjectWithFileName(path.c_str());
+    record->type = KTL_DEVICE_FILE;
+    record->device_path =
+        ReplaceString(record->device_path, devicePath.c_str());
+    LinkChild(GetParentObject(path.c_str()), record);
+    return record;
+}
+
+void MountTest::forgetRaised()
+{
+    if (context() != nullptr) {
+        const std::lock_guard<std::mutex> guard(context()->dialog.lock);
+        context()->dialog.dialog_title = nullptr;
+    }
+}
+
+Raised MountTest::raised()
+{
+    Raised result;
+    {
+        const std::lock_guard<std::mutex> guard(context()->dialog.lock);
+        const _DIALOG_BLOCK &block = context()->dialog;
+        if (block.dialog_title != nullptr) {
+            EXPECT_STREQ(block.dialog_button, "Confirm");
+            result = {block.dialog_title, block.dialog_message};
+        }
+    }
+    // The thread must have taken it, or it would show it without a title.
+    if (!result.title.empty()) {
+        while (context()->dialog.dialog_pending != 0) {
+            usleep(100);
+        }
+    }
+    forgetRaised();
+    return result;
+}
+
+void MountTest::expectError(const std::string &text)
+{
+    const Raised got = raised();
+    EXPECT_EQ(got.title, "Quorvel Error!!");
+    EXPECT_EQ(got.text, text);
+}
+
+void MountTest::expectNothingRaised()
+{
+    EXPECT_EQ(raised().text, "");
+}
+
+std::vector<std::string> MountTest::rawLog() const
+{
+    std::vector<std::string> lines;
+    for (const auto &entry : std::filesystem::directory_iterator(folder.path)) {
+        if (entry.path().extension() != ".log") {
+            continue;
+        }
+        std::ifstream file(entry.path());
+        for (std::string line; std::getline(file, line);) {
+            // "[14H05M09S][4711]text"
+            const size_t pid = line.find("][");
+            const size_t text = line.find(']', pid + 1);
+            lines.push_back(pid == std::string::npos ? line
+                                                     : line.substr(text + 1));
+        }
+    }
+    return lines;
+}
+
+std::vector<std::string> MountTest::log() const
+{
+    std::vector<std::string> lines = rawLog();
+    lines.erase(lines.begin(),
+                lines.begin() + static_cast<ptrdiff_t>(std::min(
+                                    lines.size(), forgottenLog.size())));
+    return lines;
+}
+
+void MountTest::forgetLog()
+{
+    forgottenLog = rawLog();
+}
+
+int MountTest::countLogged(const std::string &line) const
+{
+    const std::vector<std::string> lines = log();
+    return static_cast<int>(std::count(lines.begin(), lines.end(), line));
+}
+
+void MountTest::expectLogged(const std::string &line) const
+{
+    EXPECT_GE(countLogged(line), 1) << line << "\nlogged:\n"
+                                    << testing::PrintToString(log());
+}
+
+void MountTest::expectLockFree()
+{
+    const int ret = pthread_mutex_trylock(&tarni_mutex);
+    EXPECT_EQ(ret, 0) << "an operation kept the lock";
+    if (ret == 0) {
+        pthread_mutex_unlock(&tarni_mutex);
+    }
+}
+
+std::string MountTest::privateFolder() const
+{
+    return "/tmp/" + std::to_string(locationId);
+}
+
+void MountTest::forEachDeviceFailure(const std::vector<int> &codes,
+                                     const std::function<void()> &prepare,
+                                     const std::function<void(int code)> &body)
+{
+    for (const int code : codes) {
+        bool fired = true;
+        for (int n = 1; fired; ++n) {
+            SCOPED_TRACE("call " + std::to_string(n) + " failing with " +
+                         std::to_string(code));
+            ASSERT_LT(n, 1000) << "the failure never ran out";
+            freshDevice();
+            testHost.reset();
+            prepare();
+            memoryWorld.failCall(n, code);
+            body(code);
+            fired = memoryWorld.fired();
+            memoryWorld.heal();
+            expectLockFree();
+            if (context() != nullptr) {
+                EXPECT_EQ(CheckCatalogue(), "");
+                int ret = -1;
+                list("/Storage", &ret);
+                EXPECT_EQ(ret, 0);
+            }
+            unmount();
+            EXPECT_EQ(memoryWorld.open(), "");
+            EXPECT_EQ(memoryWorld.violations, std::vector<std::string>());
+            EXPECT_FALSE(std::filesystem::exists(privateFolder()));
+            if (HasFailure()) {
+                return;
+            }
+        }
+    }
+}
