@@ -1,0 +1,169 @@
+#include "util/log.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/handlers/fixture.h"
+
+namespace
+{
+
+class Log : public testing::Test
+{
+  protected:
+    void SetUp() override { QNLogUseFolder(folder.path.c_str()); }
+    void TearDown() override
+    {
+        unsetenv("QUORVEL_LOGLEVEL");
+        QNLogUseFolder(nullptr);
+    }
+    // Initialises with a level (null: none set) and returns the lines.
+    std::vector<std::string> start(const char *level)
+    {
+        std::filesystem::remove(file());
+        if (level == nullptr) {
+            unsetenv("QUORVEL_LOGLEVEL");
+        } else {
+            setenv("QUORVEL_LOGLEVEL", level, 1);
+        }
+        QNLogInit();
+        return lines();
+    }
+    std::string file() const
+    {
+        const time_t now = time(nullptr);
+        tm local{};
+        localtime_r(&now, &local);
+        char name[64];
+        strftime(name, sizeof(name), "/Quorvelfs%mM%dD.log", &local);
+        return folder.path + name;
+    }
+    std::vector<std::string> lines() const
+    {
+        std::ifstream in(file());
+        std::vector<std::string> all;
+        for (std::string line; std::getline(in, line);) {
+            all.push_back(line);
+        }
+        return all;
+    }
+    TempFolder folder;
+};
+
+TEST_F(Log, StartUpShowsTheLevelsThatAreOn)
+{
+    const std::pair<const char *, size_t> levels[] = {
+        {nullptr, 4},
+        {"7", 4},
+        {"3", 4},
+        {"1", 2},
+        {"0", 1},
+        {"-1", 0},
+        {"", 4},
+        {"many", 4},
+        {"2x", 4},
+        {"-99", 0},
+        {"99999999999999", 4},
+    };
+    for (const auto &level : levels) {
+        SCOPED_TRACE(level.first == nullptr ? "none" : level.first);
+        EXPECT_EQ(start(level.first).size(), level.second);
+    }
+    const std::vector<std::string> all = start(nullptr);
+    EXPECT_NE(all[0].find("[LOG_EMERG] Enabled"), std::string::npos);
+    EXPECT_NE(all[3].find("[LOG_ERR] Enabled"), std::string::npos);
+}
+
+TEST_F(Log, ALineHasTimeProcessAndText)
+{
+    start(nullptr);
+    QNLog(3, "%s FUSE_CONTEXT is NULL!!", "getContext");
+    QNLog(4, "%s unheard", "getContext");
+    const std::regex shape("\\[[0-2]\\dH[0-5]\\dM[0-6]\\dS\\]\\[" +
+                           std::to_string(getpid()) +
+                           "\\]getContext FUSE_CONTEXT is NULL!!");
+    EXPECT_TRUE(std::regex_match(lines().back(), shape)) << lines().back();
+}
+
+TEST_F(Log, LongMessagesAreCut)
+{
+    start(nullptr);
+    QNLog(3, "%s", std::string(3000, 'x').c_str());
+    QNLog(3, "%s after", "self");
+    const std::vector<std::string> all = lines();
+    const std::string &cut = all[all.size() - 2];
+    EXPECT_EQ(cut.substr(cut.rfind(']') + 1), std::string(2047, 'x'));
+}
+
+TEST_F(Log, TheFileMayBeTakenAwayAndIsForItsOwnerAlone)
+{
+    const mode_t mask = umask(0);
+    start(nullptr);
+    std::filesystem::remove(file());
+    QNLog(3, "%s again", "self");
+    umask(mask);
+    EXPECT_EQ(lines().size(), 1U);
+    struct stat st {
+    };
+    ASSERT_EQ(stat(file().c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777U, 0600U);
+}
+
+TEST_F(Log, ALinkIsNotFollowed)
+{
+    const std::string victim = folder.path + "/victim";
+    std::ofstream(victim) << "precious";
+    std::filesystem::create_symlink(victim, file());
+    testing::internal::CaptureStderr();
+    QNLogInit();
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("open log failed"),
+              std::string::npos);
+    EXPECT_EQ(std::filesystem::file_size(victim), 8U);
+}
+
+TEST_F(Log, LinesOfThreadsDoNotMix)
+{
+    start(nullptr);
+    std::vector<std::thread> threads;
+    for (const char *word : {"aaaa", "bbbb", "cccc"}) {
+        threads.emplace_back([word] {
+            for (int i = 0; i < 100; ++i) {
+                QNLog(3, "%s%s%s", word, word, word);
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    const std::regex shape(".*\\](a{12}|b{12}|c{12})");
+    const std::vector<std::string> all = lines();
+    ASSERT_EQ(all.size(), 304U);
+    for (size_t i = 4; i < all.size(); ++i) {
+        EXPECT_TRUE(std::regex_match(all[i], shape)) << all[i];
+    }
+}
+
+TEST_F(Log, GoesToTheStateFolderOfAUserWhoMayNotWriteTheUsualOne)
+{
+    if (geteuid() == 0) {
+        GTEST_SKIP() << "root may write everywhere";
+    }
+    QNLogUseFolder(nullptr);
+    setenv("XDG_STATE_HOME", (folder.path + "/state/deep").c_str(), 1);
+    QNLogInit();
+    unsetenv("XDG_STATE_HOME");
+    EXPECT_FALSE(
+        std::filesystem::is_empty(folder.path + "/state/deep/quorvel"));
+}
+
+} // namespace
