@@ -79,22 +79,23 @@ static void startQueue(libiusb_afc &afc, std::string base,
     refill(afc.queue);
 }
 
-// Takes the packet number under which the path was asked for ahead; 0 when it
-// was not. Entries that the caller passed over are given up.
+// Takes the path off the queue, and gives the packet number under which it was
+// asked for ahead; 0 when it was not. Entries that the caller passed over are
+// given up.
 static uint64_t takeFromQueue(InfoQueue &queue, std::string_view path)
 {
     size_t last = std::min(queue.entries.size(), kMostSkipped);
     size_t at = 0;
     while (at < last && !isPathOf(queue, queue.entries[at].name, path))
         at++;
-    if (at >= last || at >= queue.sent)
+    if (at >= last)
         return 0;
     uint64_t packet = queue.entries[at].packet;
-    for (size_t i = 0; i < at; i++)
+    for (size_t i = 0; i < std::min(at, queue.sent); i++)
         queue.connection->replies.abandon(queue.entries[i].packet);
     queue.entries.erase(queue.entries.begin(),
                         queue.entries.begin() + static_cast<ptrdiff_t>(at) + 1);
-    queue.sent -= at + 1;
+    queue.sent -= std::min(at + 1, queue.sent);
     queue.used = nowMs();
     return packet;
 }

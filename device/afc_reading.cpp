@@ -281,7 +281,7 @@ int readAt(AfcFile &file, char *buffer, uint32_t length, uint64_t offset,
         count += copied;
         if (copied > 0)
             zeros = 0;
-        else if (zeros++ > kZeroRepeats)
+        else if (zeros++ >= kZeroRepeats)
             return LIBIUSB_ERROR_AFC_IO;
         bool is_short = chunk->bytes.size < chunk->want;
         if (is_short && count < length && offset + count >= chunk->end())

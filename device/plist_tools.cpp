@@ -198,13 +198,12 @@ plist_t getMember(plist_t node, const char *key, plist_type type)
     return member;
 }
 
+// Not plist_get_string_val: that stops the process when the text holds a NUL.
+// Here it ends there.
 std::optional<std::string> getString(plist_t node, const char *key)
 {
     plist_t member = getMember(node, key, PLIST_STRING);
-    char *text = nullptr;
-    if (member)
-        plist_get_string_val(member, &text);
-    std::unique_ptr<char, decltype(&free)> owned(text, free);
+    const char *text = member ? plist_get_string_ptr(member, nullptr) : nullptr;
     if (!text)
         return std::nullopt;
     return std::string(text);

@@ -19,16 +19,18 @@ static Deadline wholeStart(const libiusb_device &device)
 // ---------------------------------------------------------------------------
 // The pair record
 
-// Fills device.record, with `found` false when there is no usable one.
-static int loadRecord(libiusb_device &device, bool &found, Deadline deadline)
+enum class Record { None, Unusable, Loaded };
+
+static int loadRecord(libiusb_device &device, Record &found, Deadline deadline)
 {
     std::optional<std::string> bytes;
+    found = Record::None;
     int code = usbmuxReadPairRecord(device.entry.udid, bytes, deadline);
-    if (code)
+    if (code || !bytes)
         return code;
-    auto record = bytes ? parsePairRecord(*bytes) : std::nullopt;
-    found = record.has_value();
-    if (!found)
+    auto record = parsePairRecord(*bytes);
+    found = record ? Record::Loaded : Record::Unusable;
+    if (!record)
         return 0;
     device.record = std::move(*record);
     if (device.record.system_buid.empty())
@@ -57,11 +59,11 @@ static int pairAndLoad(libiusb_device &device)
         return LIBIUSB_ERROR_LOST_CONNECTION;
     if (code)
         return code;
-    bool found = false;
+    Record found = Record::None;
     code = loadRecord(device, found, wholeStart(device));
     if (code)
         return code;
-    return found ? 0 : LIBIUSB_ERROR_PAIRING_FAILED;
+    return found == Record::Loaded ? 0 : LIBIUSB_ERROR_PAIRING_FAILED;
 }
 
 // ---------------------------------------------------------------------------
@@ -99,24 +101,38 @@ static int tryNewSession(libiusb_device &device, Deadline deadline)
     return code;
 }
 
+// Makes sure that the device answers before a pairing is begun, whose waits are
+// long ones.
+static int probe(libiusb_device &device)
+{
+    Deadline deadline = wholeStart(device);
+    int code = lockdownConnect(device.entry.id, device.lockdown, deadline);
+    device.values.ios_version.clear();
+    if (code == 0)
+        code = versionBeforeSession(device, deadline);
+    device.lockdown = Lockdown();
+    return code;
+}
+
 int newSession(libiusb_device &device, bool may_pair)
 {
-    bool found = false;
+    Record found = Record::None;
     int code = loadRecord(device, found, wholeStart(device));
     if (code)
         return code;
-    if (found) {
+    if (found == Record::Loaded) {
         code = tryNewSession(device, wholeStart(device));
         if (code == 0 || !isStalePairing(device.lockdown.error) || !may_pair)
             return code;
-    } else if (!may_pair) {
-        return LIBIUSB_ERROR_LOCKDOWN;
     }
-    // Also a record that could not be read is in the way of a new one.
-    code = usbmuxDeletePairRecord(device.entry.udid, wholeStart(device));
-    if (code && found)
-        return code;
-    code = pairAndLoad(device);
+    if (!may_pair)
+        return LIBIUSB_ERROR_LOCKDOWN;
+    code = probe(device);
+    // What there is would be found again instead of the new record.
+    if (code == 0 && found != Record::None)
+        code = usbmuxDeletePairRecord(device.entry.udid, wholeStart(device));
+    if (code == 0)
+        code = pairAndLoad(device);
     return code ? code : tryNewSession(device, wholeStart(device));
 }
 

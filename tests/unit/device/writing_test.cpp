@@ -1,0 +1,172 @@
+// Writes, modes, handles, and changes to names.
+#include "sim.h"
+
+class Writing : public DeviceTest
+{
+  protected:
+    int write(libiusb_file file, uint64_t offset, const std::string &bytes,
+              uint32_t *count = nullptr) const
+    {
+        uint32_t unused = 0;
+        return libiusb_afc_file_write(afc, file, bytes.data(),
+                                      static_cast<uint32_t>(bytes.size()),
+                                      offset, count ? count : &unused);
+    }
+    std::string onDevice(const std::string &name) const
+    {
+        return fileBytes(sim->media() / "general_storage" / name);
+    }
+};
+
+TEST_F(Writing, InOrderNeedsNoSeekAndIsThereWhenTheCallReturns)
+{
+    start();
+    libiusb_file file = openFile("/general_storage/new", LIBIUSB_MODE_WRITE);
+    std::string written;
+    for (size_t size : {1U, 300'000U, 5'000'000U, 128U << 10}) {
+        uint32_t count = 0;
+        EXPECT_EQ(
+            write(file, written.size(), pattern(size, written.size()), &count),
+            0);
+        EXPECT_EQ(count, size);
+        written += pattern(size, written.size());
+        EXPECT_EQ(onDevice("new"), written);
+    }
+    EXPECT_EQ(sim->afc("FileRefSeek"), 0);
+    EXPECT_EQ(write(file, 10, ""), 0);
+}
+
+TEST_F(Writing, ModesDoWhatTheyPromise)
+{
+    start();
+    std::string path = makeFile("modes", 100);
+    libiusb_file update = openFile(path, LIBIUSB_MODE_UPDATE);
+    EXPECT_EQ(write(update, 50, "update"), 0);
+    EXPECT_EQ(read(update, 48, 10), pattern(2, 48) + "update" + pattern(2, 56));
+    libiusb_file append = openFile(path, LIBIUSB_MODE_APPEND);
+    EXPECT_EQ(write(append, 0, "end"), 0);
+    EXPECT_EQ(onDevice("modes").substr(100), "end");
+    libiusb_file truncate = openFile(path, LIBIUSB_MODE_WRITE);
+    EXPECT_EQ(onDevice("modes"), "");
+    // A hole reads as zeros, and a file that was written is read to its end.
+    EXPECT_EQ(write(truncate, 5, "x"), 0);
+    EXPECT_EQ(read(update, 0, 100), std::string(5, '\0') + "x");
+    openFile("/general_storage/made", LIBIUSB_MODE_UPDATE);
+    EXPECT_TRUE(exists(sim->media() / "general_storage/made"));
+    libiusb_file missing = 1;
+    EXPECT_EQ(
+        libiusb_afc_file_open(afc, "/nowhere/x", LIBIUSB_MODE_READ, &missing),
+        LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND);
+    EXPECT_EQ(missing, 0U);
+    for (int mode : {0, 2, 4, 7, -1})
+        EXPECT_EQ(libiusb_afc_file_open(afc, path.c_str(), mode, &missing),
+                  LIBIUSB_ERROR_INVALID_ARG);
+}
+
+TEST_F(Writing, AFailureTellsWhatWasConfirmedAndTheNextWriteIsInPlace)
+{
+    constexpr uint32_t chunk = 256 << 10;
+    start();
+    libiusb_file file = openFile("/general_storage/full", LIBIUSB_MODE_UPDATE);
+    sim->control("fail FileRefWrite 1 18 after=2");
+    uint32_t count = 0;
+    std::string bytes = pattern(5 * chunk);
+    EXPECT_EQ(write(file, 0, bytes, &count), LIBIUSB_ERROR_NO_SPACE);
+    EXPECT_EQ(count, 2 * chunk);
+    EXPECT_EQ(onDevice("full").substr(0, count), bytes.substr(0, count));
+    EXPECT_EQ(write(file, count, bytes.substr(count)), 0);
+    EXPECT_EQ(onDevice("full"), bytes);
+    // Data behind a seek that fails is not sent at all.
+    sim->control("fail FileRefSeek 1 20");
+    EXPECT_EQ(write(file, 3, "wrong place"), LIBIUSB_ERROR_AFC_IO);
+    EXPECT_EQ(onDevice("full"), bytes);
+    sim->control("space 100000");
+    EXPECT_EQ(write(file, bytes.size(), pattern(1 << 20), &count),
+              LIBIUSB_ERROR_NO_SPACE);
+    EXPECT_EQ(onDevice("full").substr(0, bytes.size()), bytes);
+}
+
+TEST_F(Writing, MuchDataInBothDirectionsDoesNotJam)
+{
+    constexpr size_t size = 16 << 20;
+    for (const char *tls : {"off", "all"}) {
+        start({"--tls", tls});
+        libiusb_file in = openFile(makeFile("in", size));
+        libiusb_file out = openFile("/general_storage/out", LIBIUSB_MODE_WRITE);
+        for (uint64_t at = 0; at < size; at += 4 << 20) {
+            // Read-ahead is under way, unread, when the write begins.
+            std::string bytes =
+                read(in, at, 2 << 20) + read(in, at + (2 << 20), 2 << 20);
+            ASSERT_EQ(write(out, at, bytes), 0);
+        }
+        EXPECT_EQ(onDevice("out"), pattern(size));
+        TearDown();
+        afc = nullptr;
+    }
+}
+
+TEST_F(Writing, AHandleWorksOnlyWithItsConnection)
+{
+    start();
+    libiusb_file file = openFile(makeFile("own", 100));
+    libiusb_afc *other = nullptr;
+    ASSERT_EQ(libiusb_afc_init(opened->device, &other), 0);
+    sim->resetStats();
+    char byte = 'x';
+    uint32_t count = 0;
+    EXPECT_EQ(libiusb_afc_file_read(other, file, &byte, 1, 0, &count),
+              LIBIUSB_ERROR_INVALID_ARG);
+    EXPECT_EQ(libiusb_afc_file_write(other, file, &byte, 1, 0, &count),
+              LIBIUSB_ERROR_INVALID_ARG);
+    EXPECT_EQ(libiusb_afc_file_set_size(other, file, 0),
+              LIBIUSB_ERROR_INVALID_ARG);
+    EXPECT_EQ(libiusb_afc_file_close(other, file), LIBIUSB_ERROR_INVALID_ARG);
+    EXPECT_EQ(libiusb_afc_file_read(afc, 0, &byte, 1, 0, &count),
+              LIBIUSB_ERROR_INVALID_ARG);
+    EXPECT_EQ(libiusb_afc_file_read(nullptr, file, &byte, 1, 0, &count),
+              LIBIUSB_ERROR_INVALID_ARG);
+    EXPECT_TRUE(sim->stats()["afc"].empty());
+    EXPECT_EQ(libiusb_afc_file_close(afc, file), 0);
+    EXPECT_EQ(libiusb_afc_file_close(afc, file), LIBIUSB_ERROR_INVALID_ARG);
+    EXPECT_EQ(libiusb_afc_exit(other), 0);
+}
+
+TEST_F(Writing, TooManyOpenFiles)
+{
+    start({"--max-files", "3"});
+    std::string path = makeFile("few", 10);
+    for (int i = 0; i < 3; i++)
+        openFile(path);
+    libiusb_file file = 0;
+    EXPECT_EQ(
+        libiusb_afc_file_open(afc, path.c_str(), LIBIUSB_MODE_READ, &file),
+        LIBIUSB_ERROR_AFC_NO_RESOURCES);
+    EXPECT_EQ(file, 0U);
+}
+
+TEST_F(Writing, Names)
+{
+    start();
+    makeFile("tree/one", 10);
+    makeFile("two", 20);
+    auto at = [](const char *name) {
+        return std::string("/general_storage/") + name;
+    };
+    EXPECT_EQ(libiusb_afc_make_directory(afc, at("a/b/c").c_str()), 0);
+    EXPECT_EQ(libiusb_afc_make_directory(afc, at("a").c_str()), 0);
+    EXPECT_EQ(libiusb_afc_file_remove(afc, at("tree").c_str()),
+              LIBIUSB_ERROR_AFC_DIR_NOT_EMPTY);
+    EXPECT_EQ(
+        libiusb_afc_rename(afc, at("two").c_str(), at("tree/one").c_str()), 0);
+    EXPECT_EQ(onDevice("tree/one"), pattern(20));
+    EXPECT_EQ(libiusb_afc_file_remove(afc, at("tree/one").c_str()), 0);
+    EXPECT_EQ(libiusb_afc_file_remove(afc, at("tree").c_str()), 0);
+    EXPECT_EQ(libiusb_afc_file_remove(afc, at("tree").c_str()),
+              LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND);
+    EXPECT_EQ(libiusb_afc_file_remove(afc, ""), LIBIUSB_ERROR_INVALID_ARG);
+    EXPECT_EQ(libiusb_afc_rename(afc, "/x", nullptr),
+              LIBIUSB_ERROR_INVALID_ARG);
+    EXPECT_EQ(
+        libiusb_afc_make_directory(afc, std::string(100'000, 'p').c_str()),
+        LIBIUSB_ERROR_INVALID_ARG);
+}
