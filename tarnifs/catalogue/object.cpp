@@ -62,10 +62,7 @@ void closeHandles(_KTL_OBJECT *object, libiusb_afc *afc)
                                object->file_handle);
         object->file_handle = 0;
     }
-    if (object->hhandle != 0) {
-        libiusb_housearrest_exit(houseOf(object));
-        object->hhandle = 0;
-    }
+    CloseHouseArrest(object);
 }
 
 void freeXattrs(_KTL_OBJECT *object)
@@ -266,6 +263,20 @@ _KTL_OBJECT *GetParentObject(const char *path)
     const std::string_view text = path;
     const size_t slash = text.rfind('/');
     return FindObject(std::string(text.substr(0, slash)).c_str());
+}
+
+int CloseHouseArrest(_KTL_OBJECT *folder)
+{
+    libiusb_afc *house = houseOf(folder);
+    if (house == nullptr) {
+        return 0;
+    }
+    folder->hhandle = 0;
+    const int ret = libiusb_housearrest_exit(house);
+    if (ret != 0) {
+        libiusb_housearrest_exit(house);
+    }
+    return ret;
 }
 
 void DeleteObject(_KTL_OBJECT *object, const char *path)

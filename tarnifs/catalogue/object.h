@@ -112,6 +112,12 @@ void SetPresentTimes(_KTL_OBJECT *object);
 // held. Used as object->app_id = ReplaceString(object->app_id, text).
 char *ReplaceString(char *old, const char *text);
 
+// Ends the house-arrest connection of a folder's record, if any, trying again
+// once: a connection whose ending failed is still there, and nobody would know
+// it any more. 0 or the code of the first try; the record holds none afterwards
+// either way.
+int CloseHouseArrest(_KTL_OBJECT *folder);
+
 // Frees one record: unlinks it, closes its device file and its house-arrest
 // connection (results not looked at), frees what it owns, and erases the entry
 // under `path` and under the path's converted form. Children are not touched. A

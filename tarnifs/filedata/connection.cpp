@@ -41,13 +41,6 @@ void LogHouseFailure(const char *self, const HOUSE_RESULT &result,
           self, result.code, appId == nullptr ? "" : appId);
 }
 
-int CloseHouseArrest(_KTL_OBJECT *folder)
-{
-    const int ret = EndHouseArrest(folder);
-    folder->hhandle = 0;
-    return ret;
-}
-
 int EndHouseArrest(_KTL_OBJECT *folder)
 {
     if (folder->hhandle == 0) {

@@ -26,11 +26,8 @@ void LogHouseFailure(const char *self, const HOUSE_RESULT &result);
 void LogHouseFailure(const char *self, const HOUSE_RESULT &result,
                      const char *appId);
 
-// Ends the connection of a folder's record, if any. 0 or the device's code; the
-// record holds none afterwards either way.
-int CloseHouseArrest(_KTL_OBJECT *folder);
-
-// Likewise, but after a failure the record still holds it.
+// As CloseHouseArrest, but tried once only: after a failure the record still
+// holds the connection.
 int EndHouseArrest(_KTL_OBJECT *folder);
 
 // Shows what a failed OpenHouseArrest means to the user; returns -ECANCELED.

@@ -50,9 +50,7 @@ void endIdleHouseArrest(_KTL_OBJECT *folder, const char *path)
     if (folder->hhandle == 0 || folder->open_count != 0) {
         return;
     }
-    const int ret = libiusb_housearrest_exit(
-        reinterpret_cast<libiusb_afc *>(folder->hhandle));
-    folder->hhandle = 0;
+    const int ret = CloseHouseArrest(folder);
     if (ret != 0) {
         QNLog(3, "%s libiusb_housearrest_exit failed. path(%s). ret : %d", SELF,
               path, ret);

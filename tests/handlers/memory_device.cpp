@@ -639,9 +639,12 @@ int libiusb_housearrest_exit(libiusb_afc *house)
     if (!isAlive(house, "libiusb_housearrest_exit")) {
         return LIBIUSB_ERROR_INVALID_ARG;
     }
+    if (code != 0) {
+        return code; // and may be ended again
+    }
     closeFilesOf(house);
     house->alive = false;
-    return code;
+    return 0;
 }
 
 int libiusb_instproxy_init(libiusb_device *device, libiusb_instproxy **out)

@@ -63,7 +63,8 @@ class MemoryWorld
 
     // Fault script, counted from here: the n-th call (1 is the next), whatever
     // it is, or the n-th of one function, fails with `code` without being
-    // carried out. A failed close or exit still ends its handle.
+    // carried out. A failed close of a file still ends its handle; a failed end
+    // of house arrest does not.
     void failCall(int n, int code);
     void failNamed(const std::string &name, int n, int code);
     // Every call from now on fails.
