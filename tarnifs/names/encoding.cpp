@@ -20,15 +20,13 @@ struct TEXT {
     size_t length;
 };
 
-// Closes a descriptor; a failure is tried once more.
+// Not tried again after a failure: the descriptor may be gone by then.
 int closeConversion(const char *caller, iconv_t conversion)
 {
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        if (iconv_close(conversion) == 0) {
-            return 0;
-        }
-        QNLog(3, "%s iconv_colse() failed.", caller);
+    if (iconv_close(conversion) == 0) {
+        return 0;
     }
+    QNLog(3, "%s iconv_colse() failed.", caller);
     return -1;
 }
 
