@@ -61,8 +61,11 @@ int setContents(_KTL_XATTR *node, const char *name, const char *value,
     node->value =
         size == SIZE_MAX ? nullptr : static_cast<char *>(calloc(1, size + 1));
     if (node->value == nullptr) {
+        // Values are bytes, not text: what is shown of one ends early.
+        char shown[64] = {};
+        memcpy(shown, value, strnlen(value, std::min(size, sizeof(shown) - 1)));
         QNLog(3, "%s alloc xattr value failed. value : %s", "tarnifs_setxattr",
-              name);
+              shown);
         return -ENOMEM;
     }
     memcpy(node->name, name, strlen(name));

@@ -80,8 +80,9 @@ int writeLocked(const char *path, const REQUEST &request, tarni_file_info *fi)
     } else {
         ret = writeDevice(context, object, path, request, &written);
     }
-    // A failed write that the device confirmed in part made the file longer.
-    if (ret >= 0 || written > 0) {
+    // A failed write that the device confirmed in part made the file longer;
+    // one that wrote nothing did not, however far out it was meant to go.
+    if (written > 0) {
         noteWritten(context, object,
                     static_cast<uint64_t>(request.offset) + written);
     }

@@ -1,13 +1,16 @@
 // What the listings of device folders share.
 #pragma once
 
+#include <cstring>
+
 #include "device/libiusb.h"
 #include "tarnifs/catalogue/object.h"
 
-// Names beginning with "." are never listed.
+// Names that are never listed: those beginning with ".", and what can't be one
+// entry of a folder, whatever the device says.
 inline bool IsHiddenName(const char *name)
 {
-    return name[0] == '.';
+    return name[0] == '.' || name[0] == '\0' || strchr(name, '/') != nullptr;
 }
 
 // Size and times as the device tells them; it keeps no access time.

@@ -56,38 +56,41 @@ void fillEntry(_KTL_OBJECT *object, const libiusb_afc_file_info &info)
     FillSizeAndTimes(object, info);
 }
 
-// One entry of the walk; `folder` is the listed folder's record.
-int listEntry(libiusb_afc *afc, _KTL_OBJECT *folder, const char *path,
-              const char *name)
+// What one listing works on; `folder` is the record of `path`.
+struct LISTING {
+    libiusb_afc *afc;
+    _KTL_OBJECT *folder;
+    const char *path;
+    void *buffer;
+    tarni_filler filler;
+};
+
+int listEntry(const LISTING &listing, const char *name)
 {
-    const std::string volumePath = ChildPath(path, name);
+    const std::string volumePath = ChildPath(listing.path, name);
     libiusb_afc_file_info info{};
     const int ret = libiusb_afc_file_get_info(
-        afc, StorageDevicePath(volumePath).c_str(), &info);
+        listing.afc, StorageDevicePath(volumePath).c_str(), &info);
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_file_get_info failed. code : %d\n", SELF, ret);
         return ret;
     }
     _KTL_OBJECT *object = GetObjectWithFileName(volumePath.c_str());
     fillEntry(object, info);
-    LinkChild(folder, object);
+    LinkChild(listing.folder, object);
+    if (listing.filler != nullptr) {
+        listing.filler(listing.buffer, name, nullptr, 0);
+    }
     return 0;
 }
 
-int listEntries(libiusb_afc *afc, const char *path, char **list, void *buffer,
-                tarni_filler filler)
+// The first entry that can't be asked about ends the walk with its code.
+int listEntries(const LISTING &listing, char **list)
 {
-    _KTL_OBJECT *folder = GetObject(path);
     for (char **name = list; *name != nullptr; ++name) {
-        if (IsHiddenName(*name)) {
-            continue;
-        }
-        const int ret = listEntry(afc, folder, path, *name);
+        const int ret = IsHiddenName(*name) ? 0 : listEntry(listing, *name);
         if (ret != 0) {
             return ret;
-        }
-        if (filler != nullptr) {
-            filler(buffer, *name, nullptr, 0);
         }
     }
     return 0;
@@ -99,6 +102,7 @@ int enumStorage(_CONTEXT *context, const char *path, void *buffer,
                 tarni_filler filler, off_t)
 {
     libiusb_afc *afc = context->afc_handle;
+    const LISTING listing{afc, GetObject(path), path, buffer, filler};
     int ret = checkStorageRoot(afc);
     if (ret != 0) {
         return ret;
@@ -117,7 +121,7 @@ int enumStorage(_CONTEXT *context, const char *path, void *buffer,
     if (ret != 0) {
         return ret; // a busy signal is not taken back on this path
     }
-    ret = listEntries(afc, path, list, buffer, filler);
+    ret = listEntries(listing, list);
     libiusb_misc_free_strings_array(list);
     if (busy) {
         sendPipeMsg(BUSY_OFF);

@@ -1,8 +1,10 @@
 // Opening, reading, writing and releasing files of the media file system.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -359,14 +361,39 @@ TEST_F(FileData, StagingThatCannotBeWrittenLosesNothing)
     std::ofstream(victim) << "precious";
     const std::string local = privateFolder() + "/a.txt.sb-x2";
     std::filesystem::create_symlink(victim, local);
-    EXPECT_EQ(write(temporary, &fi, "evil", 0), 0);
+    EXPECT_EQ(write(temporary, &fi, "evil", 100), 0);
+    EXPECT_EQ(Value(object(temporary)->size), 0U);
     EXPECT_EQ(std::filesystem::file_size(victim), 8U);
     EXPECT_EQ(TruncateStaged(context(), temporary.c_str(), 0), -ELOOP);
     std::filesystem::remove(local);
-    std::filesystem::create_symlink("/dev/full", local);
-    EXPECT_EQ(Value(object(temporary)->size), 0U);
     EXPECT_EQ(release(temporary, &fi), 0);
     EXPECT_EQ(waiting(), 0U);
+}
+
+TEST_F(FileData, AFullDiskUnderTheStagingIsToldAndCountsWhatFit)
+{
+    const std::string temporary = "/Storage/a.txt.sb-x3";
+    {
+        const TarniLock lock;
+        LinkChild(FindObject("/Storage"),
+                  GetObjectWithFileName(temporary.c_str()));
+    }
+    tarni_file_info fi;
+    ASSERT_EQ(open(temporary, &fi), 0);
+    // A limit on file sizes fails writes as a full disk does.
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit small{4, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    const int first = write(temporary, &fi, "12345678", 0);
+    const int second = write(temporary, &fi, "5678", 4);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ(first, 4);
+    EXPECT_EQ(second, -EFBIG);
+    EXPECT_EQ(Value(object(temporary)->size), 4U);
+    EXPECT_EQ(release(temporary, &fi), 0);
+    takeRecord();
 }
 
 TEST_F(FileData, EveryFailingCallLeavesAVolumeThatWorks)

@@ -86,6 +86,9 @@ TEST_F(Listing, StorageShowsWhatTheDeviceHas)
     media().addFile("/general_storage/b", "hello");
     media().addFile("/general_storage/.DS_Store");
     media().addFile("/general_storage/._a");
+    for (const char *impossible : {"", "../evil", "a/b"}) {
+        media().addFolder("/general_storage").names.emplace_back(impossible);
+    }
     MemoryNode &dir = media().addFolder("/general_storage/dir");
     dir.birth = 1500000000999999999;
     dir.modify = -1;

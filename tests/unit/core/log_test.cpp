@@ -131,6 +131,17 @@ TEST_F(Log, ALinkIsNotFollowed)
     EXPECT_EQ(std::filesystem::file_size(victim), 8U);
 }
 
+TEST(LogDeathTest, BeforeItsStartMessagesAreLostWithAComplaint)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe"; // a fresh process
+    EXPECT_EXIT(
+        {
+            QNLog(3, "%s too early", "self");
+            exit(0);
+        },
+        testing::ExitedWithCode(0), "open log failed");
+}
+
 TEST_F(Log, LinesOfThreadsDoNotMix)
 {
     start(nullptr);
