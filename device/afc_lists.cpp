@@ -40,8 +40,11 @@ static std::optional<Number> decimal(std::string_view text)
     return value;
 }
 
+// 0 when there is none.
 static int32_t fileType(std::string_view format)
 {
+    if (format.empty())
+        return 0;
     if (format == "S_IFDIR")
         return LIBIUSB_FILE_FOLDER;
     if (format == "S_IFREG")

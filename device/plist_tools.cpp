@@ -199,14 +199,17 @@ plist_t getMember(plist_t node, const char *key, plist_type type)
 }
 
 // Not plist_get_string_val: that stops the process when the text holds a NUL.
-// Here it ends there.
+std::optional<std::string> textOf(plist_t node)
+{
+    if (!node || plist_get_node_type(node) != PLIST_STRING)
+        return std::nullopt;
+    const char *text = plist_get_string_ptr(node, nullptr);
+    return text ? std::optional<std::string>(text) : std::nullopt;
+}
+
 std::optional<std::string> getString(plist_t node, const char *key)
 {
-    plist_t member = getMember(node, key, PLIST_STRING);
-    const char *text = member ? plist_get_string_ptr(member, nullptr) : nullptr;
-    if (!text)
-        return std::nullopt;
-    return std::string(text);
+    return textOf(getMember(node, key, PLIST_STRING));
 }
 
 std::optional<std::string> getData(plist_t node, const char *key)

@@ -34,6 +34,9 @@ void setUint(const Plist &dict, const char *key, uint64_t value);
 // The XML text of a property list; empty when memory ran out.
 std::string toXml(const Plist &plist);
 
+// The text of a string node, up to the first NUL; nothing for other nodes.
+std::optional<std::string> textOf(plist_t node);
+
 // One member of a dictionary, when it is there and has that type. `node` may be
 // null or no dictionary.
 std::optional<std::string> getString(plist_t node, const char *key);

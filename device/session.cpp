@@ -76,12 +76,8 @@ static int versionBeforeSession(libiusb_device &device, Deadline deadline)
     Plist value;
     int code = lockdownValue(device.lockdown, nullptr, "ProductVersion", value,
                              deadline);
-    char *text = nullptr;
-    if (code == 0 && plist_get_node_type(value.get()) == PLIST_STRING)
-        plist_get_string_val(value.get(), &text);
-    std::unique_ptr<char, decltype(&free)> owned(text, free);
-    if (text)
-        device.values.ios_version = text;
+    if (code == 0)
+        device.values.ios_version = textOf(value.get()).value_or("");
     // A device that does not tell is a new one.
     return device.lockdown.stream.fd.get() < 0 ? code : 0;
 }
