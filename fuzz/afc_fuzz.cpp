@@ -12,7 +12,7 @@
 
 #include "device/afc_lists.h"
 #include "device/afc_replies.h"
-#include "fuzz/require.h"
+#include "fuzz/target.h"
 
 namespace
 {

@@ -12,7 +12,7 @@
 #include "device/plist_stream.h"
 #include "device/plist_tools.h"
 #include "device/usbmux_packet.h"
-#include "fuzz/require.h"
+#include "fuzz/target.h"
 
 namespace
 {

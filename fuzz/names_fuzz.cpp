@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/require.h"
+#include "fuzz/target.h"
 #include "tarnifs/names/encoding.h"
 #include "util/log.h"
 

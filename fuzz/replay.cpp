@@ -7,7 +7,7 @@
 #include <iterator>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+#include "fuzz/target.h"
 
 int main(int argc, char **argv)
 {
