@@ -15,7 +15,7 @@ namespace sim
 
 const char *const kControlHelp =
     R"(DEVICE is an index (0, 1, ...), a UDID, or "all"; without it the command
-is for the first device, faults for all of them. OP is the name of a request:
+is for the first device; faults and stalls are for all of them. OP is the name of a request:
 ReadDir, GetFileInfo, FileRefOpen, FileRefRead, ... (AFC), "any" (any AFC
 request), GetValue, Pair, StartSession, StartService, ... (lockdown),
 VendDocuments, Browse, Lookup, ListDevices, Connect, ReadPairRecord, ...
@@ -52,7 +52,8 @@ VendDocuments, Browse, Lookup, ListDevices, Connect, ReadPairRecord, ...
   devices                           index, UDID, number, location of each
   quit                              end the simulator
 
-Fault commands also take device=DEVICE.)";
+DEVICE can also be given as device=DEVICE, for faults only so. An unknown OP is
+not noticed: it never comes.)";
 
 namespace
 {
@@ -115,18 +116,24 @@ Device *findDevice(Simulator &simulator, const std::string &name)
     return nullptr;
 }
 
-// The devices that the word at `index` names; the first one without it.
+// The devices that the word at `index` or the option "device" names, else
+// those that `otherwise` names.
 std::vector<Device *> chosenDevices(Simulator &simulator, const Line &line,
-                                    size_t index)
+                                    size_t index,
+                                    const std::string &otherwise = "0")
 {
     std::vector<Device *> chosen;
-    if (index >= line.words.size()) {
-        chosen.push_back(simulator.devices.front().get());
-    } else if (line.words[index] == "all") {
+    std::string name = otherwise;
+    if (index < line.words.size()) {
+        name = line.words[index];
+    } else if (line.options.contains("device")) {
+        name = line.options.at("device");
+    }
+    if (name == "all") {
         for (const auto &device : simulator.devices) {
             chosen.push_back(device.get());
         }
-    } else if (Device *device = findDevice(simulator, line.words[index])) {
+    } else if (Device *device = findDevice(simulator, name)) {
         chosen.push_back(device);
     }
     return chosen;
@@ -280,13 +287,7 @@ std::string commandStall(Simulator &simulator, const Line &line)
 {
     const bool on = !line.words.empty() && line.words[0] == "on";
     if (on || (!line.words.empty() && line.words[0] == "off")) {
-        // All devices, unless one is named.
-        Line named = line;
-        if (named.words.size() < 2) {
-            named.words.resize(1);
-            named.words.push_back("all");
-        }
-        const auto devices = chosenDevices(simulator, named, 1);
+        const auto devices = chosenDevices(simulator, line, 1, "all");
         for (Device *device : devices) {
             stallDevice(simulator, *device, on);
         }

@@ -17,7 +17,8 @@ class BitWriter
     void put(uint32_t bits, int count)
     {
         while (count-- > 0) {
-            m_byte = static_cast<uint8_t>(m_byte << 1 | (bits >> count & 1));
+            const uint32_t bit = bits >> count & 1U;
+            m_byte = static_cast<uint8_t>(uint32_t{m_byte} << 1 | bit);
             if (++m_filled == 8) {
                 flushByte();
             }

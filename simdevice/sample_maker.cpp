@@ -90,7 +90,7 @@ constexpr SampleApp kApps[] = {
     {"com.example.reader",
      "Caf\xC3\xA9 Reader",
      true,
-     {{"Manual.epub", nullptr, 60000}, {"Covers/1.jpg", nullptr, 900}, {}}},
+     {{"Manual.epub", nullptr, 60000}, {"Covers/1.dat", nullptr, 900}, {}}},
 };
 
 // Apps of the system, which have no folder here.

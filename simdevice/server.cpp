@@ -152,8 +152,7 @@ class SignalFd
         pollfd entry{m_fd, POLLIN, 0};
         signalfd_siginfo info{};
         while (poll(&entry, 1, 0) > 0 &&
-               read(m_fd, &info, sizeof info) == sizeof info) {
-        }
+               read(m_fd, &info, sizeof info) == sizeof info) {}
     }
 
   private:

@@ -22,12 +22,16 @@ constexpr uint64_t kData = 0x02;
 const std::string kWelcome = std::string("/general_storage/Welcome.txt") + '\0';
 const std::string kWelcomeText = "Hello from the sample device.\n";
 
-class Faults : public ::testing::Test
+// Without an emulated cable, and over one.
+class Faults : public ::testing::TestWithParam<const char *>
 {
   protected:
     TempFolder folder;
     std::string device = makeDevice(folder, "device");
-    SimProcess sim{folder, {device}, {"--tls", "off"}};
+    SimProcess sim{
+        folder,
+        {device},
+        {"--tls", "off", "--rtt-us", GetParam(), "--mb-per-s", GetParam()}};
     RawAfc afc{sim};
 
     void SetUp() override { ASSERT_TRUE(afc.connected()); }
@@ -38,7 +42,7 @@ class Faults : public ::testing::Test
     }
 };
 
-TEST_F(Faults, FailAnswersWithAStatusAfterNAndForCountRequests)
+TEST_P(Faults, FailAnswersWithAStatusAfterNAndForCountRequests)
 {
     order("fail GetFileInfo 2 20 after=1");
     EXPECT_EQ(afc.call(kGetFileInfo, kWelcome).operation, kData);
@@ -49,7 +53,7 @@ TEST_F(Faults, FailAnswersWithAStatusAfterNAndForCountRequests)
     EXPECT_EQ(sim.control("faults"), "ok 0");
 }
 
-TEST_F(Faults, AFailedWriteTakesItsDataOffTheStream)
+TEST_P(Faults, AFailedWriteTakesItsDataOffTheStream)
 {
     const uint64_t file = afc.open("/general_storage/new", 3);
     order("fail FileRefWrite 1 18");
@@ -60,7 +64,7 @@ TEST_F(Faults, AFailedWriteTakesItsDataOffTheStream)
               3U);
 }
 
-TEST_F(Faults, LockdownAndUsbmuxFailWithTheirOwnErrors)
+TEST_P(Faults, LockdownAndUsbmuxFailWithTheirOwnErrors)
 {
     const RawSocket lockdown(sim.socketPath());
     ASSERT_TRUE(muxConnect(lockdown, 1, 62078));
@@ -76,7 +80,14 @@ TEST_F(Faults, LockdownAndUsbmuxFailWithTheirOwnErrors)
     EXPECT_TRUE(muxConnect(refused, 1, 62078));
 }
 
-TEST_F(Faults, DropClosesInsteadOfAnswering)
+TEST_P(Faults, ServicesFailWithTheirOwnErrors)
+{
+    order("fail VendDocuments 1 InstallationLookupFailed");
+    EXPECT_FALSE(RawAfc(sim, 1, "com.example.notes").connected());
+    EXPECT_TRUE(RawAfc(sim, 1, "com.example.notes").connected());
+}
+
+TEST_P(Faults, DropClosesInsteadOfAnswering)
 {
     order("drop after=2");
     for (int i = 0; i < 3; i++) {
@@ -88,7 +99,7 @@ TEST_F(Faults, DropClosesInsteadOfAnswering)
     EXPECT_TRUE(RawAfc(sim).connected()); // the device is still there
 }
 
-TEST_F(Faults, UnplugAfterRequestsAndAfterBytesEndsEverything)
+TEST_P(Faults, UnplugAfterRequestsAndAfterBytesEndsEverything)
 {
     order("unplug after=1");
     EXPECT_TRUE(afc.call(kGetFileInfo, kWelcome).valid);
@@ -104,7 +115,7 @@ TEST_F(Faults, UnplugAfterRequestsAndAfterBytesEndsEverything)
     EXPECT_TRUE(RawAfc(sim, 3).connected());
 }
 
-TEST_F(Faults, StalledAnswersComeLate)
+TEST_P(Faults, StalledAnswersComeLate)
 {
     const std::string requests[] = {"stall on", "stall GetFileInfo 1"};
     for (const std::string &command : requests) {
@@ -116,7 +127,7 @@ TEST_F(Faults, StalledAnswersComeLate)
     }
     EXPECT_TRUE(afc.call(kGetFileInfo, kWelcome).valid);
     // A client that gives up while stalled is noticed.
-    order("stall on");
+    order("stall on device=0");
     {
         RawSocket impatient(sim.socketPath());
         ASSERT_TRUE(muxConnect(impatient, 1, 62078));
@@ -127,7 +138,7 @@ TEST_F(Faults, StalledAnswersComeLate)
     EXPECT_TRUE(sim.waitFor("device_connections", 1));
 }
 
-TEST_F(Faults, DelayAnswersLate)
+TEST_P(Faults, DelayAnswersLate)
 {
     order("delay GetFileInfo 1 150");
     const auto begin = std::chrono::steady_clock::now();
@@ -136,7 +147,7 @@ TEST_F(Faults, DelayAnswersLate)
               std::chrono::milliseconds(150));
 }
 
-TEST_F(Faults, TruncateCutsAReplyAndClosesOrNot)
+TEST_P(Faults, TruncateCutsAReplyAndClosesOrNot)
 {
     order("truncate GetFileInfo 1 50 keep");
     afc.post(kGetFileInfo, kWelcome);
@@ -149,7 +160,7 @@ TEST_F(Faults, TruncateCutsAReplyAndClosesOrNot)
     EXPECT_TRUE(afc.socket().ended());
 }
 
-TEST_F(Faults, CorruptSpoilsTheHeader)
+TEST_P(Faults, CorruptSpoilsTheHeader)
 {
     const auto corrupted = [&](const std::string &kind) {
         EXPECT_EQ(sim.control("corrupt GetFileInfo 1 " + kind), "ok");
@@ -167,7 +178,7 @@ TEST_F(Faults, CorruptSpoilsTheHeader)
     EXPECT_NE(packet.number, number);
 }
 
-TEST_F(Faults, CorruptRepeatsReordersAndSplits)
+TEST_P(Faults, CorruptRepeatsReordersAndSplits)
 {
     order("corrupt GetFileInfo 1 duplicate");
     const AfcPacket first = afc.call(kGetFileInfo, kWelcome);
@@ -189,7 +200,7 @@ TEST_F(Faults, CorruptRepeatsReordersAndSplits)
     EXPECT_LT(afc.socket().receiveSome(4096, 1000).size(), 64U);
 }
 
-TEST_F(Faults, ShortAndEmptyReadsLeaveThePosition)
+TEST_P(Faults, ShortAndEmptyReadsLeaveThePosition)
 {
     const uint64_t file = afc.open("/general_storage/Welcome.txt", 1);
     const std::string request = u64(file) + u64(1000);
@@ -202,7 +213,7 @@ TEST_F(Faults, ShortAndEmptyReadsLeaveThePosition)
     EXPECT_EQ(afc.call(kRead, request).entire, 40U); // the end
 }
 
-TEST_F(Faults, RawNamesAreInListings)
+TEST_P(Faults, RawNamesAreInListings)
 {
     order("names add 612f62"); // a/b
     order("names add fffe");
@@ -215,7 +226,7 @@ TEST_F(Faults, RawNamesAreInListings)
     order("names clear");
 }
 
-TEST_F(Faults, SpaceIsTakenGivenBackAndRefused)
+TEST_P(Faults, SpaceIsTakenGivenBackAndRefused)
 {
     order("space 8192");
     const uint64_t file = afc.open("/general_storage/new", 3);
@@ -232,7 +243,7 @@ TEST_F(Faults, SpaceIsTakenGivenBackAndRefused)
     EXPECT_EQ(afc.call(0x10, u64(file), "x").status(), 0U);
 }
 
-TEST_F(Faults, NonsenseOfTheDaemonAndOfLockdown)
+TEST_P(Faults, NonsenseOfTheDaemonAndOfLockdown)
 {
     // What each kind looks like to a client that believes it.
     order("usbmux-nonsense on");
@@ -275,7 +286,7 @@ TEST_F(Faults, NonsenseOfTheDaemonAndOfLockdown)
               std::string::npos);
 }
 
-TEST_F(Faults, StatisticsCountAndForget)
+TEST_P(Faults, StatisticsCountAndForget)
 {
     const uint64_t file = afc.open("/general_storage/Welcome.txt", 1);
     afc.call(kRead, u64(file) + u64(7));
@@ -294,7 +305,7 @@ TEST_F(Faults, StatisticsCountAndForget)
     EXPECT_EQ(stats["open_files"], 1);
 }
 
-TEST_F(Faults, RulesCanBeForOneDeviceAndBeForgotten)
+TEST_P(Faults, RulesCanBeForOneDeviceAndBeForgotten)
 {
     EXPECT_EQ(sim.control("fail any 1 20 device=7"), "error no such device");
     order("fail any 1 20 device=0");
@@ -304,7 +315,7 @@ TEST_F(Faults, RulesCanBeForOneDeviceAndBeForgotten)
     EXPECT_TRUE(afc.call(kGetFileInfo, kWelcome).valid);
 }
 
-TEST_F(Faults, BadCommandsAreRefusedInWords)
+TEST_P(Faults, BadCommandsAreRefusedInWords)
 {
     for (const char *command :
          {"", "nonsense", "fail", "fail ReadDir x 1", "fail ReadDir 0 1",
@@ -318,7 +329,7 @@ TEST_F(Faults, BadCommandsAreRefusedInWords)
     EXPECT_TRUE(afc.call(kGetFileInfo, kWelcome).valid);
 }
 
-TEST_F(Faults, TheShellCommandReportsTheAnswer)
+TEST_P(Faults, TheShellCommandReportsTheAnswer)
 {
     const RunResult good =
         runProgram({SIM_PROGRAM, "ctl", sim.controlPath(), "date", "+3600"});
@@ -332,5 +343,14 @@ TEST_F(Faults, TheShellCommandReportsTheAnswer)
                   .status,
               1);
 }
+
+std::string cableName(const ::testing::TestParamInfo<const char *> &cable)
+{
+    return cable.param[0] == '0' ? "direct" : "cable";
+}
+
+// 0: none; 200: 200 microseconds and 200 MB/s.
+INSTANTIATE_TEST_SUITE_P(Wire, Faults, ::testing::Values("0", "200"),
+                         cableName);
 
 } // namespace

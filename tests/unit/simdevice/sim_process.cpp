@@ -4,7 +4,7 @@
 #include <endian.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -28,8 +28,10 @@ namespace
 {
 
 constexpr int kLimitMs = 5000;
+constexpr int kNotFound = 127; // of a program, as shells say it
 
 // Starts a program with its standard output (and error, if wanted) in a pipe.
+// It ends with this process, so that a test that dies leaves nothing behind.
 pid_t startProgram(const std::vector<std::string> &arguments, bool withErrors,
                    int &output)
 {
@@ -37,23 +39,21 @@ pid_t startProgram(const std::vector<std::string> &arguments, bool withErrors,
     if (pipe2(ends, O_CLOEXEC) != 0) {
         return -1;
     }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    if (withErrors) {
-        posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
-    }
     std::vector<char *> argv;
     for (const std::string &argument : arguments) {
         argv.push_back(const_cast<char *>(argument.c_str()));
     }
     argv.push_back(nullptr);
-    pid_t pid = -1;
-    if (posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ) !=
-        0) {
-        pid = -1;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        dup2(ends[1], STDOUT_FILENO);
+        if (withErrors) {
+            dup2(ends[1], STDERR_FILENO);
+        }
+        execvp(argv[0], argv.data());
+        _exit(kNotFound);
     }
-    posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
     output = ends[0];
     return pid;
@@ -96,7 +96,9 @@ RunResult runProgram(const std::vector<std::string> &arguments)
     close(output);
     int status = 0;
     waitpid(pid, &status, 0);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.status = WIFEXITED(status) && WEXITSTATUS(status) != kNotFound
+                        ? WEXITSTATUS(status)
+                        : -1;
     return result;
 }
 

@@ -29,7 +29,7 @@ class TempFolder
 };
 
 struct RunResult {
-    int status = -1; // of the exit; -1: ended by a signal
+    int status = -1; // of the exit; -1: not found, or ended by a signal
     std::string output;
 };
 
