@@ -132,7 +132,7 @@ bool checkRecords(CHECK &check)
 bool checkOrphans(CHECK &check)
 {
     for (const auto &known : check.keys) {
-        if (IsLinked(known.first) && check.listed.count(known.first) == 0) {
+        if (IsLinked(known.first) && !check.listed.contains(known.first)) {
             return check.fail("a record in a list of nobody's", known.second);
         }
     }

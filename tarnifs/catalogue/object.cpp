@@ -338,7 +338,7 @@ void NoteListing(const _KTL_OBJECT *folder, bool complete)
 
 bool IsListingUnfinished(const _KTL_OBJECT *folder)
 {
-    return unfinished.count(folder) != 0;
+    return unfinished.contains(folder);
 }
 
 void DropUnfinishedListing(const char *path)

@@ -78,7 +78,7 @@ int put(const std::string &text, char *out, int outLen)
         errno = E2BIG;
         return -1;
     }
-    memcpy(out, text.data(), text.size());
+    text.copy(out, text.size());
     return 0;
 }
 
@@ -139,7 +139,7 @@ int getUTF8MACName(const char *name, char *out)
         return -1;
     }
     const std::string text = chkInvalidString(name);
-    memcpy(out, text.data(), text.size());
+    text.copy(out, text.size());
     const int result = GetEncodedString(out, text.size(), text.size());
     if (result < 0) {
         QNLog(3, "%s GetEncodedString failed", "getUTF8MACName");
