@@ -304,6 +304,8 @@ TEST_F(StartupDeathTest, AnIncompleteConnectionStopsTheProcess)
     ASSERT_TRUE(start());
     EXPECT_DEATH(
         {
+            // The child is a process of its own and has to tidy up itself.
+            std::filesystem::remove_all(folder.path);
             context()->afc_handle = nullptr;
             tarni_opers.destroy(context());
         },
