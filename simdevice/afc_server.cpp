@@ -227,6 +227,13 @@ const char *afcOperationName(uint64_t operation)
     return found != nullptr ? found->name : "unknown";
 }
 
+bool isAfcOperation(const std::string &name)
+{
+    return std::any_of(
+        std::begin(kOperations), std::end(kOperations),
+        [&](const Operation &operation) { return name == operation.name; });
+}
+
 AfcReply handleAfc(AfcSession &session, AfcRequest &request)
 {
     const Operation *operation = findOperation(request.operation);

@@ -42,9 +42,10 @@ void serveAfc(Connection &connection, const AfcRoot &root);
 AfcReply afcStatus(uint64_t code);
 AfcReply afcData(std::string bytes);
 
-// The name by which statistics and faults know an operation, or null for a
+// The name by which statistics and faults know an operation; "unknown" for a
 // number that is none of a request.
 const char *afcOperationName(uint64_t operation);
+bool isAfcOperation(const std::string &name);
 
 // Handles one request. May leave bulk data unread.
 AfcReply handleAfc(AfcSession &session, AfcRequest &request);

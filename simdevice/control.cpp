@@ -6,17 +6,17 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <ctime>
-#include <sstream>
+
+#include "simdevice/control_line.h"
 
 namespace sim
 {
 
 const char *const kControlHelp =
-    R"(DEVICE is an index (0, 1, ...), a UDID, or "all"; without it the command
-is for the first device; faults and stalls are for all of them. OP is the name of a request:
-ReadDir, GetFileInfo, FileRefOpen, FileRefRead, ... (AFC), "any" (any AFC
+    R"(DEVICE is an index (0, 1, ...), a UDID, or "all"; without it the command is for
+the first device; faults and stalls are for all of them. OP is the name of a
+request: ReadDir, GetFileInfo, FileRefOpen, FileRefRead, ... (AFC), "any" (any AFC
 request), GetValue, Pair, StartSession, StartService, ... (lockdown),
 VendDocuments, Browse, Lookup, ListDevices, Connect, ReadPairRecord, ...
 
@@ -52,123 +52,10 @@ VendDocuments, Browse, Lookup, ListDevices, Connect, ReadPairRecord, ...
   devices                           index, UDID, number, location of each
   quit                              end the simulator
 
-DEVICE can also be given as device=DEVICE, for faults only so. An unknown OP is
-not noticed: it never comes.)";
+DEVICE can also be given as device=DEVICE, for faults only so.)";
 
 namespace
 {
-
-using Words = std::vector<std::string>;
-
-// A command line: words, and key=value options taken out of them.
-struct Line {
-    Words words; // without the command itself
-    std::map<std::string, std::string> options;
-    bool keep = false;
-};
-
-bool parseNumber(const std::string &text, uint64_t &number)
-{
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    return !text.empty() && result.ec == std::errc() && result.ptr == end;
-}
-
-Line parseLine(std::istringstream &stream)
-{
-    Line line;
-    std::string word;
-    while (stream >> word) {
-        const size_t equals = word.find('=');
-        if (equals != std::string::npos && equals > 0) {
-            line.options[word.substr(0, equals)] = word.substr(equals + 1);
-        } else if (word == "keep") {
-            line.keep = true;
-        } else {
-            line.words.push_back(word);
-        }
-    }
-    return line;
-}
-
-// One word of the line as a number; false if it is missing or none.
-bool numberAt(const Line &line, size_t index, uint64_t &number)
-{
-    return index < line.words.size() && parseNumber(line.words[index], number);
-}
-
-bool optionNumber(const Line &line, const char *key, uint64_t &number)
-{
-    const auto found = line.options.find(key);
-    return found == line.options.end() || parseNumber(found->second, number);
-}
-
-Device *findDevice(Simulator &simulator, const std::string &name)
-{
-    uint64_t index = 0;
-    const bool isIndex = parseNumber(name, index);
-    for (const auto &device : simulator.devices) {
-        if (device->identity.udid == name ||
-            (isIndex && static_cast<uint64_t>(device->index) == index)) {
-            return device.get();
-        }
-    }
-    return nullptr;
-}
-
-// The devices that the word at `index` or the option "device" names, else
-// those that `otherwise` names.
-std::vector<Device *> chosenDevices(Simulator &simulator, const Line &line,
-                                    size_t index,
-                                    const std::string &otherwise = "0")
-{
-    std::vector<Device *> chosen;
-    std::string name = otherwise;
-    if (index < line.words.size()) {
-        name = line.words[index];
-    } else if (line.options.contains("device")) {
-        name = line.options.at("device");
-    }
-    if (name == "all") {
-        for (const auto &device : simulator.devices) {
-            chosen.push_back(device.get());
-        }
-    } else if (Device *device = findDevice(simulator, name)) {
-        chosen.push_back(device);
-    }
-    return chosen;
-}
-
-std::string usage(const char *form)
-{
-    return std::string("error usage: ") + form;
-}
-
-std::string badDevice()
-{
-    return "error no such device";
-}
-
-// Fills the parts that all fault commands have, and adds the rule.
-std::string addRule(Simulator &simulator, const Line &line, FaultRule rule)
-{
-    const auto device = line.options.find("device");
-    if (!optionNumber(line, "after", rule.after)) {
-        return "error after= wants a number";
-    }
-    if (device != line.options.end() && device->second != "all") {
-        const Device *found = findDevice(simulator, device->second);
-        if (found == nullptr) {
-            return badDevice();
-        }
-        rule.device = found->index;
-    }
-    if (rule.count == 0) {
-        return "error COUNT must not be 0";
-    }
-    simulator.faults.add(std::move(rule));
-    return "ok";
-}
 
 std::string commandStats(Simulator &simulator, const Line &line)
 {
@@ -257,153 +144,6 @@ std::string commandTrust(Simulator &simulator, const Line &line)
         device->trust = trust;
     }
     return devices.empty() ? badDevice() : "ok";
-}
-
-std::string commandFail(Simulator &simulator, const Line &line)
-{
-    FaultRule rule;
-    rule.kind = FaultKind::fail;
-    if (line.words.size() != 3 || !numberAt(line, 1, rule.count)) {
-        return usage("fail OP COUNT STATUS [after=N]");
-    }
-    rule.operation = line.words[0];
-    rule.text = line.words[2];
-    return addRule(simulator, line, rule);
-}
-
-std::string commandDrop(Simulator &simulator, const Line &line)
-{
-    FaultRule rule;
-    rule.kind = FaultKind::drop;
-    rule.operation = line.words.empty() ? "any" : line.words[0];
-    if (line.words.size() > 2 ||
-        (line.words.size() == 2 && !numberAt(line, 1, rule.count))) {
-        return usage("drop [OP [COUNT]] [after=N]");
-    }
-    return addRule(simulator, line, rule);
-}
-
-std::string commandStall(Simulator &simulator, const Line &line)
-{
-    const bool on = !line.words.empty() && line.words[0] == "on";
-    if (on || (!line.words.empty() && line.words[0] == "off")) {
-        const auto devices = chosenDevices(simulator, line, 1, "all");
-        for (Device *device : devices) {
-            stallDevice(simulator, *device, on);
-        }
-        return devices.empty() ? badDevice() : "ok";
-    }
-    FaultRule rule;
-    rule.kind = FaultKind::stall;
-    if (line.words.size() != 2 || !numberAt(line, 1, rule.count)) {
-        return usage("stall on|off [DEVICE] | stall OP COUNT [after=N]");
-    }
-    rule.operation = line.words[0];
-    return addRule(simulator, line, rule);
-}
-
-std::string commandDelay(Simulator &simulator, const Line &line)
-{
-    FaultRule rule;
-    rule.kind = FaultKind::delay;
-    if (line.words.size() != 3 || !numberAt(line, 1, rule.count) ||
-        !numberAt(line, 2, rule.number) || rule.number > 3'600'000) {
-        return usage("delay OP COUNT MS [after=N]");
-    }
-    rule.operation = line.words[0];
-    return addRule(simulator, line, rule);
-}
-
-std::string commandTruncate(Simulator &simulator, const Line &line)
-{
-    FaultRule rule;
-    rule.kind = FaultKind::truncate;
-    if (line.words.size() != 3 || !numberAt(line, 1, rule.count) ||
-        !numberAt(line, 2, rule.number)) {
-        return usage("truncate OP COUNT BYTES [keep] [after=N]");
-    }
-    rule.operation = line.words[0];
-    rule.keepOpen = line.keep;
-    return addRule(simulator, line, rule);
-}
-
-std::string commandCorrupt(Simulator &simulator, const Line &line)
-{
-    FaultRule rule;
-    rule.kind = FaultKind::corrupt;
-    if (line.words.size() == 3) {
-        rule.corruption = parseCorruption(line.words[2]);
-    }
-    if (rule.corruption == Corruption::none || !numberAt(line, 1, rule.count)) {
-        return usage("corrupt OP COUNT KIND [after=N]");
-    }
-    rule.operation = line.words[0];
-    return addRule(simulator, line, rule);
-}
-
-std::string addReadRule(Simulator &simulator, const Line &line, FaultKind kind)
-{
-    FaultRule rule;
-    rule.kind = kind;
-    rule.operation = "FileRefRead";
-    if (line.words.size() != 1 || !numberAt(line, 0, rule.count)) {
-        return usage("short-read|zero-read COUNT [after=N]");
-    }
-    return addRule(simulator, line, rule);
-}
-
-std::string commandShortRead(Simulator &simulator, const Line &line)
-{
-    return addReadRule(simulator, line, FaultKind::shortRead);
-}
-
-std::string commandZeroRead(Simulator &simulator, const Line &line)
-{
-    return addReadRule(simulator, line, FaultKind::zeroRead);
-}
-
-std::string commandFaults(Simulator &simulator, const Line &line)
-{
-    if (!line.words.empty() && line.words[0] == "clear") {
-        simulator.faults.clear();
-        return "ok";
-    }
-    return "ok " + std::to_string(simulator.faults.size());
-}
-
-// Sets one of the nonsense modes to a word out of `kinds`; "on" is the first.
-std::string setNonsense(Simulator &simulator, const Line &line,
-                        const Words &kinds, std::string &mode)
-{
-    std::string word = line.words.size() == 1 ? line.words[0] : "";
-    if (word == "on") {
-        word = kinds[0];
-    }
-    if (word != "off" &&
-        std::find(kinds.begin(), kinds.end(), word) == kinds.end()) {
-        std::string form = "on|off";
-        for (const std::string &kind : kinds) {
-            form += "|" + kind;
-        }
-        return usage(form.c_str());
-    }
-    const std::lock_guard lock(simulator.mutex);
-    mode = word;
-    return "ok";
-}
-
-std::string commandUsbmuxNonsense(Simulator &simulator, const Line &line)
-{
-    return setNonsense(simulator, line,
-                       {"text", "length", "huge", "plist", "types", "silent"},
-                       simulator.usbmuxNonsense);
-}
-
-std::string commandLockdownNonsense(Simulator &simulator, const Line &line)
-{
-    return setNonsense(simulator, line,
-                       {"garbage", "length", "empty", "array", "types"},
-                       simulator.lockdownNonsense);
 }
 
 // Pairs of hexadecimal digits; false for anything else.
@@ -523,10 +263,11 @@ constexpr size_t kMaxLine = 65536;
 
 std::string runControlCommand(Simulator &simulator, const std::string &text)
 {
-    std::istringstream stream(text);
-    std::string name;
-    stream >> name;
-    const Line line = parseLine(stream);
+    const size_t begin = std::min(text.find_first_not_of(" \t"), text.size());
+    const size_t end =
+        std::min(text.find_first_of(" \t\r", begin), text.size());
+    const std::string name = text.substr(begin, end - begin);
+    const Line line = parseLine(text.substr(end));
     for (const Command &command : kCommands) {
         if (name == command.name) {
             return command.run(simulator, line);

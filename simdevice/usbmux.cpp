@@ -14,6 +14,7 @@
 
 #include "simdevice/plist.h"
 #include "simdevice/services.h"
+#include "simdevice/usbmux_messages.h"
 
 namespace sim
 {
@@ -21,11 +22,7 @@ namespace sim
 namespace
 {
 
-constexpr uint32_t kHeaderSize = 16;
 constexpr uint32_t kMaxRequest = 65536; // a longer one closes the connection
-constexpr uint32_t kVersionPlist = 1;
-constexpr uint32_t kMessageResult = 1;
-constexpr uint32_t kMessagePlist = 8;
 
 enum Result : uint32_t {
     kOk = 0,
@@ -35,15 +32,8 @@ enum Result : uint32_t {
     kInvalid = 22,
 };
 
-struct Header {
-    uint32_t length = 0;
-    uint32_t version = 0;
-    uint32_t message = 0;
-    uint32_t tag = 0;
-};
-
 struct Request {
-    Header header;
+    UsbmuxHeader header;
     Plist list;
     std::string type;
 };
@@ -80,87 +70,6 @@ bool writeExactly(int fd, const std::string &bytes, int flags)
         done += static_cast<size_t>(n);
     }
     return true;
-}
-
-// Header and payload in one piece: clients read the header with one call.
-std::string frame(uint32_t version, uint32_t message, uint32_t tag,
-                  const std::string &payload)
-{
-    const uint32_t fields[] = {
-        htole32(static_cast<uint32_t>(kHeaderSize + payload.size())),
-        htole32(version), htole32(message), htole32(tag)};
-    std::string bytes(kHeaderSize, '\0');
-    std::memcpy(bytes.data(), fields, kHeaderSize);
-    return bytes + payload;
-}
-
-std::string plistFrame(uint32_t tag, const Plist &list)
-{
-    return frame(kVersionPlist, kMessagePlist, tag, toXml(list.get()));
-}
-
-// What a broken daemon, or something that is none, would answer. Empty: close.
-std::string nonsenseFrame(const std::string &kind, uint32_t tag)
-{
-    if (kind == "length") {
-        std::string bytes = frame(kVersionPlist, kMessagePlist, tag, "");
-        const uint32_t length = htole32(8);
-        std::memcpy(bytes.data(), &length, sizeof length);
-        return bytes;
-    }
-    if (kind == "huge") {
-        std::string bytes = frame(kVersionPlist, kMessagePlist, tag, "");
-        const uint32_t length = htole32(0xFFFFFFF0U);
-        std::memcpy(bytes.data(), &length, sizeof length);
-        return bytes;
-    }
-    if (kind == "plist") {
-        return frame(kVersionPlist, kMessagePlist, tag, "this is no list <<>>");
-    }
-    if (kind == "types") {
-        Plist list = newDict();
-        setString(list.get(), "DeviceList", "none");
-        setString(list.get(), "Number", "zero");
-        return plistFrame(tag, list);
-    }
-    return "HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n";
-}
-
-Plist properties(const Device &device, bool wifi)
-{
-    Plist list = newDict();
-    setString(list.get(), "SerialNumber", device.identity.udid);
-    setUint(list.get(), "DeviceID", wifi ? device.wifiId : device.usbId);
-    setUint(list.get(), "ProductID", device.identity.productId);
-    if (wifi) {
-        // A BSD socket address of 16 bytes, family AF_INET, in 192.0.2.0/24.
-        std::string address(16, '\0');
-        address[0] = 16;
-        address[1] = 2;
-        const char host[4] = {static_cast<char>(192), 0, 2,
-                              static_cast<char>(10 + device.index)};
-        std::memcpy(address.data() + 4, host, sizeof host);
-        setString(list.get(), "ConnectionType", "Network");
-        setString(list.get(), "EscapedFullServiceName",
-                  device.identity.wifiAddress +
-                      "@fe80::1._apple-mobdev2._tcp.local.");
-        setUint(list.get(), "InterfaceIndex", 2);
-        setData(list.get(), "NetworkAddress", address);
-    } else {
-        setString(list.get(), "ConnectionType", "USB");
-        setUint(list.get(), "ConnectionSpeed", device.identity.connectionSpeed);
-        setUint(list.get(), "LocationID", device.locationId);
-    }
-    return list;
-}
-
-Plist attachedMessage(const Device &device, bool wifi)
-{
-    Plist list = newDict();
-    setString(list.get(), "MessageType", "Attached");
-    setUint(list.get(), "DeviceID", wifi ? device.wifiId : device.usbId);
-    setNode(list.get(), "Properties", properties(device, wifi));
-    return list;
 }
 
 struct Entry {
@@ -255,15 +164,15 @@ bool Client::readRequest(Request &request)
     request.header = {le32toh(fields[0]), le32toh(fields[1]),
                       le32toh(fields[2]), le32toh(fields[3])};
     const uint32_t length = request.header.length;
-    if (length < kHeaderSize || length > kMaxRequest) {
+    if (length < kUsbmuxHeaderSize || length > kMaxRequest) {
         return false;
     }
-    std::string payload(length - kHeaderSize, '\0');
+    std::string payload(length - kUsbmuxHeaderSize, '\0');
     if (!readExactly(m_fd, payload.data(), payload.size())) {
         return false;
     }
-    if (request.header.version == kVersionPlist &&
-        request.header.message == kMessagePlist) {
+    if (request.header.version == kUsbmuxPlistVersion &&
+        request.header.message == kUsbmuxPlist) {
         request.list = fromXml(payload);
         request.type =
             getString(request.list.get(), "MessageType").value_or("");
@@ -273,13 +182,13 @@ bool Client::readRequest(Request &request)
 
 bool Client::sendResult(const Request &request, uint32_t number)
 {
-    if (request.header.version != kVersionPlist) {
+    if (request.header.version != kUsbmuxPlistVersion) {
         const uint32_t value = htole32(number);
         std::string body(sizeof value, '\0');
         std::memcpy(body.data(), &value, sizeof value);
         return writeExactly(m_fd,
-                            frame(request.header.version, kMessageResult,
-                                  request.header.tag, body),
+                            usbmuxFrame(request.header.version, kUsbmuxResult,
+                                        request.header.tag, body),
                             0);
     }
     Plist list = newDict();

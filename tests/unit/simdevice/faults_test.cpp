@@ -318,11 +318,11 @@ TEST_P(Faults, RulesCanBeForOneDeviceAndBeForgotten)
 TEST_P(Faults, BadCommandsAreRefusedInWords)
 {
     for (const char *command :
-         {"", "nonsense", "fail", "fail ReadDir x 1", "fail ReadDir 0 1",
-          "corrupt any 1 strange", "trust maybe", "trust pending", "plug",
-          "plug 9", "plug location=99999999999", "names add 6", "names add zz",
-          "space lots", "unplug after-bytes=x", "date 5", "delay any 1 -1",
-          "usbmux-nonsense sometimes"}) {
+         {"", "nonsense", "fail", "fail ReadDir x 1", "fail Readdir 1 1",
+          "fail ReadDir 0 1", "corrupt any 1 strange", "trust maybe",
+          "trust pending", "plug", "plug 9", "plug location=99999999999",
+          "names add 6", "names add zz", "space lots", "unplug after-bytes=x",
+          "date 5", "delay any 1 -1", "usbmux-nonsense sometimes"}) {
         const std::string answer = sim.control(command);
         EXPECT_TRUE(answer.starts_with("error ")) << command << ": " << answer;
     }
