@@ -225,7 +225,7 @@ uint64_t Server::Requests(const std::string &operation) const
         Stop("no statistics from the simulated device: " + answer);
     }
     const auto stats = nlohmann::json::parse(answer.substr(begin));
-    return stats.at("requests").value(operation, uint64_t{0});
+    return stats.at("afc").value(operation, uint64_t{0});
 }
 
 Volume::Volume(const Device &device, const Server &server)
