@@ -5,6 +5,9 @@
 
 #include "tarnifs/mount/linux/fuse_api.h"
 
+// table.cpp: the table that holds them all.
+const fuse_operations &HostTable();
+
 // attributes.cpp
 int GetattrAdapter(const char *path, struct stat *st, fuse_file_info *fi);
 int ChmodAdapter(const char *path, mode_t mode, fuse_file_info *fi);

@@ -1,13 +1,5 @@
-// The way into libfuse: its table, its connection, its main.
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-
+// libfuse's table, and its connection to the kernel.
 #include "tarnifs/mount/linux/adapters.h"
-#include "tarnifs/mount/linux/fuse_api.h"
 #include "tarnifs/mount/operations.h"
 
 namespace
@@ -76,41 +68,12 @@ fuse_operations MakeTable()
     return table;
 }
 
-// libfuse mounts over a plain file as well, and everything below it then fails
-// strangely. Says what is wrong on standard error while somebody reads it.
-bool MountPointIsFolder(int argc, char **argv)
-{
-    fuse_args args = FUSE_ARGS_INIT(argc, argv);
-    fuse_cmdline_opts options{};
-    // A mount point that can't be found is told about by this call.
-    bool good = fuse_parse_cmdline(&args, &options) == 0;
-    if (good && options.mountpoint != nullptr) {
-        struct stat st {
-        };
-        if (stat(options.mountpoint, &st) != 0) {
-            fprintf(stderr, "quorvelfs: %s: %s\n", options.mountpoint,
-                    strerror(errno)); // NOLINT(concurrency-mt-unsafe)
-            good = false;
-        } else if (!S_ISDIR(st.st_mode)) {
-            fprintf(stderr, "quorvelfs: %s: not a folder\n",
-                    options.mountpoint);
-            good = false;
-        }
-    }
-    free(options.mountpoint);
-    fuse_opt_free_args(&args);
-    return good;
-}
-
 } // namespace
 
-int hostMain(int argc, char **argv, int32_t *locationId)
+const fuse_operations &HostTable()
 {
-    if (!MountPointIsFolder(argc, argv)) {
-        return EXIT_FAILURE;
-    }
-    const fuse_operations table = MakeTable();
-    return fuse_main(argc, argv, &table, locationId);
+    static const fuse_operations table = MakeTable();
+    return table;
 }
 
 void hostInitConnection(fuse_conn_info *conn)
