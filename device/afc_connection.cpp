@@ -51,9 +51,10 @@ static int gatherParts(const AfcConnection &connection,
             size_t cut = std::min(skip, span.size());
             skip -= cut;
             span.remove_prefix(cut);
-            if (!span.empty())
+            if (!span.empty()) {
                 parts[static_cast<size_t>(count++)] = {
                     const_cast<char *>(span.data()), span.size()};
+            }
         }
     }
     return count;
@@ -155,9 +156,10 @@ bool afcUsable(AfcConnection &connection)
     // More than the socket's buffers hold is the read-ahead of a running
     // transfer: enough is known then.
     constexpr int most_rounds = 16;
-    for (int i = 0; connection.alive && i < most_rounds; i++)
+    for (int i = 0; connection.alive && i < most_rounds; i++) {
         if (!moveSome(connection))
             break;
+    }
     return connection.alive;
 }
 

@@ -3,7 +3,8 @@
 
 #include <atomic>
 
-using namespace iusb;
+namespace iusb
+{
 
 // What LIBIUSB_MODE_* is on the wire; 0 for what is no mode.
 static uint64_t wireMode(int mode)
@@ -47,9 +48,10 @@ static int openFile(libiusb_afc *afc, const char *path, int mode,
     auto file = std::make_unique<AfcFile>();
     uint64_t packet = afcSend(*connection, AfcOp::FileRefOpen,
                               afcOpenRequest(wireMode(mode), path));
-    if (can_read && afcRoomAhead(*connection))
+    if (can_read && afcRoomAhead(*connection)) {
         file->size_packet =
             afcSend(*connection, AfcOp::GetFileInfo, afcPath(path));
+    }
     AfcReply reply;
     code = afcWait(*connection, packet, reply);
     if (code) {
@@ -99,7 +101,7 @@ static uint64_t sendClose(AfcFile &file)
     return afcSend(connection, AfcOp::FileRefClose, afcNumbers({file.handle}));
 }
 
-void iusb::closeFilesOf(libiusb_afc &afc)
+void closeFilesOf(libiusb_afc &afc)
 {
     auto &files = afc.context->files;
     std::deque<std::pair<std::shared_ptr<AfcConnection>, uint64_t>> closing;
@@ -118,6 +120,17 @@ void iusb::closeFilesOf(libiusb_afc &afc)
         afcWait(*connection, packet, reply);
 }
 
+} // namespace iusb
+
+using iusb::afcCall;
+using iusb::AfcFile;
+using iusb::afcNumbers;
+using iusb::AfcOp;
+using iusb::goodPath;
+using iusb::guardedOn;
+using iusb::useFile;
+using iusb::wireMode;
+
 int libiusb_afc_file_open(libiusb_afc *afc, const char *path, int mode,
                           libiusb_file *file)
 {
@@ -126,7 +139,8 @@ int libiusb_afc_file_open(libiusb_afc *afc, const char *path, int mode,
     *file = 0;
     if (!afc || !goodPath(path) || wireMode(mode) == 0)
         return LIBIUSB_ERROR_INVALID_ARG;
-    return guardedOn(afc, [&] { return openFile(afc, path, mode, file); });
+    return guardedOn(afc,
+                     [&] { return iusb::openFile(afc, path, mode, file); });
 }
 
 int libiusb_afc_file_read(libiusb_afc *afc, libiusb_file file, void *buffer,
@@ -140,9 +154,10 @@ int libiusb_afc_file_read(libiusb_afc *afc, libiusb_file file, void *buffer,
     return guardedOn(afc, [&] {
         AfcFile *open = nullptr;
         int code = useFile(afc, file, open);
-        if (code == 0)
+        if (code == 0) {
             code = readAt(*open, static_cast<char *>(buffer), length, offset,
                           *count);
+        }
         if (code)
             *count = 0;
         return code;
@@ -175,7 +190,7 @@ int libiusb_afc_file_set_size(libiusb_afc *afc, libiusb_file file,
         int code = useFile(afc, file, open);
         if (code)
             return code;
-        noteChange(*afc->context);
+        iusb::noteChange(*afc->context);
         return afcCall(*open->connection, AfcOp::FileRefSetFileSize,
                        afcNumbers({open->handle, size}));
     });
@@ -192,7 +207,7 @@ int libiusb_afc_file_close(libiusb_afc *afc, libiusb_file file)
         afc->context->files.erase(file);
         if (code)
             return code;
-        AfcReply reply;
+        iusb::AfcReply reply;
         return afcWait(*owned->connection, sendClose(*owned), reply);
     });
 }

@@ -62,9 +62,10 @@ bool goodPath(const char *path)
 
 void dropQueue(InfoQueue &queue)
 {
-    if (queue.connection && queue.connection->alive)
+    if (queue.connection && queue.connection->alive) {
         for (size_t i = 0; i < queue.sent; i++)
             queue.connection->replies.abandon(queue.entries[i].packet);
+    }
     queue.entries.clear();
     queue.sent = 0;
     queue.connection.reset();
@@ -72,7 +73,8 @@ void dropQueue(InfoQueue &queue)
 
 } // namespace iusb
 
-using namespace iusb;
+using iusb::AfcEndpoint;
+using iusb::guarded;
 
 int libiusb_afc_init(libiusb_device *device, libiusb_afc **out)
 {
@@ -87,7 +89,7 @@ int libiusb_afc_init(libiusb_device *device, libiusb_afc **out)
         afc->device = device;
         afc->endpoint = std::make_shared<AfcEndpoint>();
         afc->endpoint->device = device;
-        int code = connectEndpoint(*afc->endpoint);
+        int code = iusb::connectEndpoint(*afc->endpoint);
         if (code == 0)
             *out = afc.release();
         return code;
@@ -100,8 +102,8 @@ int libiusb_afc_exit(libiusb_afc *afc)
         return LIBIUSB_SUCCESS;
     return guarded([&] {
         std::unique_ptr<libiusb_afc> owned(afc);
-        closeFilesOf(*owned);
-        dropQueue(owned->queue);
+        iusb::closeFilesOf(*owned);
+        iusb::dropQueue(owned->queue);
         return 0;
     });
 }

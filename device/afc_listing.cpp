@@ -7,8 +7,6 @@
 #include "device/afc_handle.h"
 #include "device/afc_lists.h"
 
-using namespace iusb;
-
 namespace iusb
 {
 
@@ -199,9 +197,10 @@ static int readDirectory(libiusb_afc *afc, const char *path, char ***list,
         if (!*list)
             return LIBIUSB_ERROR_NO_MEMORY;
         std::deque<InfoQueue::Entry> entries;
-        for (std::string_view name : names)
+        for (std::string_view name : names) {
             if (name[0] != '.')
                 entries.push_back({std::string(name), 0});
+        }
         startQueue(*afc, withoutSlashes(path), std::move(entries));
         afc->directory.reset();
     }
@@ -211,6 +210,10 @@ static int readDirectory(libiusb_afc *afc, const char *path, char ***list,
 
 } // namespace iusb
 
+using iusb::goodPath;
+using iusb::guardedOn;
+using iusb::InfoQueue;
+
 int libiusb_afc_file_get_info(libiusb_afc *afc, const char *path,
                               libiusb_afc_file_info *info)
 {
@@ -219,7 +222,7 @@ int libiusb_afc_file_get_info(libiusb_afc *afc, const char *path,
     *info = libiusb_afc_file_info{};
     if (!afc || !goodPath(path))
         return LIBIUSB_ERROR_INVALID_ARG;
-    return guardedOn(afc, [&] { return fileInfo(afc, path, *info); });
+    return guardedOn(afc, [&] { return iusb::fileInfo(afc, path, *info); });
 }
 
 int libiusb_afc_prefetch_info(libiusb_afc *afc, const char *const *paths,
@@ -228,15 +231,16 @@ int libiusb_afc_prefetch_info(libiusb_afc *afc, const char *const *paths,
     if (!afc || (!paths && count > 0))
         return LIBIUSB_ERROR_INVALID_ARG;
     return guardedOn(afc, [&] {
-        AfcConnection *connection = nullptr;
-        int code = afcBegin(afc, Call::Other, connection);
+        iusb::AfcConnection *connection = nullptr;
+        int code = iusb::afcBegin(afc, iusb::Call::Other, connection);
         if (code)
             return code;
         std::deque<InfoQueue::Entry> entries;
-        for (size_t i = 0; i < count; i++)
+        for (size_t i = 0; i < count; i++) {
             if (goodPath(paths[i]))
                 entries.push_back({paths[i], 0});
-        startQueue(*afc, std::string(), std::move(entries));
+        }
+        iusb::startQueue(*afc, std::string(), std::move(entries));
         return connection->alive
                    ? 0
                    : static_cast<int>(LIBIUSB_ERROR_LOST_CONNECTION);
@@ -253,8 +257,8 @@ int libiusb_afc_file_read_directory(libiusb_afc *afc, const char *path,
     *count = 0;
     if (!afc || !goodPath(path))
         return LIBIUSB_ERROR_INVALID_ARG;
-    return guardedOn(afc,
-                     [&] { return readDirectory(afc, path, list, *count); });
+    return guardedOn(
+        afc, [&] { return iusb::readDirectory(afc, path, list, *count); });
 }
 
 void libiusb_misc_free_strings_array(char **list)

@@ -87,12 +87,13 @@ std::optional<AfcDeviceInfo> afcDeviceInfo(std::string_view bytes)
     while (!bytes.empty()) {
         std::string_view key = nextString(bytes);
         std::string_view value = nextString(bytes);
-        if (key == "FSBlockSize")
+        if (key == "FSBlockSize") {
             block = decimal<uint64_t>(value);
-        else if (key == "FSTotalBytes")
+        } else if (key == "FSTotalBytes") {
             total = decimal<uint64_t>(value);
-        else if (key == "FSFreeBytes")
+        } else if (key == "FSFreeBytes") {
             free = decimal<uint64_t>(value);
+        }
     }
     if (!total || !free)
         return std::nullopt;

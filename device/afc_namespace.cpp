@@ -1,7 +1,8 @@
 // Changes to names: remove, make a folder, rename.
 #include "device/afc_file.h"
 
-using namespace iusb;
+namespace iusb
+{
 
 // One request with a status as answer, after which nothing read before counts.
 static int change(libiusb_afc *afc, AfcOp op, const std::string &fixed)
@@ -13,6 +14,14 @@ static int change(libiusb_afc *afc, AfcOp op, const std::string &fixed)
     noteChange(*afc->context);
     return afcCall(*connection, op, fixed);
 }
+
+} // namespace iusb
+
+using iusb::AfcOp;
+using iusb::afcPath;
+using iusb::change;
+using iusb::goodPath;
+using iusb::guardedOn;
 
 int libiusb_afc_file_remove(libiusb_afc *afc, const char *path)
 {
@@ -40,6 +49,6 @@ int libiusb_afc_rename(libiusb_afc *afc, const char *from, const char *to)
     if (!afc || !goodPath(from) || !goodPath(to))
         return LIBIUSB_ERROR_INVALID_ARG;
     return guardedOn(afc, [&] {
-        return change(afc, AfcOp::RenamePath, afcTwoPaths(from, to));
+        return change(afc, AfcOp::RenamePath, iusb::afcTwoPaths(from, to));
     });
 }

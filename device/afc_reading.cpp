@@ -73,10 +73,11 @@ static void requestChunk(AfcFile &file, uint64_t offset, size_t want)
     AfcChunk chunk;
     chunk.offset = offset;
     chunk.want = want;
-    if (!file.position_known || file.position != offset)
+    if (!file.position_known || file.position != offset) {
         chunk.seek_packet =
             afcSend(connection, AfcOp::FileRefSeek,
                     afcNumbers({file.handle, kSeekSet, offset}));
+    }
     chunk.packet = afcSend(connection, AfcOp::FileRefRead,
                            afcNumbers({file.handle, want}), want);
     file.position = offset + want;
@@ -88,9 +89,10 @@ static void requestChunk(AfcFile &file, uint64_t offset, size_t want)
 // The chunk that holds, or will hold, the byte at `offset`.
 static AfcChunk *findChunk(AfcFile &file, uint64_t offset)
 {
-    for (AfcChunk &chunk : file.chunks)
+    for (AfcChunk &chunk : file.chunks) {
         if (offset >= chunk.offset && offset < chunk.end())
             return &chunk;
+    }
     return nullptr;
 }
 
@@ -116,10 +118,11 @@ int settleSize(AfcFile &file)
     if (code == LIBIUSB_ERROR_LOST_CONNECTION)
         return code;
     auto info = code == 0 ? afcFileInfo(reply.text()) : std::nullopt;
-    if (info && info->file_type == LIBIUSB_FILE_REGULAR)
+    if (info && info->file_type == LIBIUSB_FILE_REGULAR) {
         file.size = info->size;
-    else
+    } else {
         file.size_changes = 0;
+    }
     return 0;
 }
 
@@ -265,24 +268,21 @@ int readAt(AfcFile &file, char *buffer, uint32_t length, uint64_t offset,
     int zeros = 0;
     while (count < length && !at_end) {
         uint64_t at = offset + count;
-        AfcChunk *chunk = findChunk(file, at);
-        if (!chunk) {
+        if (!findChunk(file, at))
             requestRange(file, at, offset + length);
-            chunk = findChunk(file, at);
-        }
         requestAhead(file, offset + length);
         afcFlush(*file.connection);
-        // Asking ahead may have moved the deque's chunks.
-        chunk = findChunk(file, at);
+        AfcChunk *chunk = findChunk(file, at);
         int code = settleChunk(file, *chunk);
         if (code)
             return code;
         uint32_t copied = copyFrom(*chunk, at, buffer + count, length - count);
         count += copied;
-        if (copied > 0)
+        if (copied > 0) {
             zeros = 0;
-        else if (zeros++ >= kZeroRepeats)
+        } else if (zeros++ >= kZeroRepeats) {
             return LIBIUSB_ERROR_AFC_IO;
+        }
         bool is_short = chunk->bytes.size < chunk->want;
         if (is_short && count < length && offset + count >= chunk->end())
             code = handleShort(file, chunk->end(), at_end);

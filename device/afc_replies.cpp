@@ -66,10 +66,11 @@ void AfcReplies::abandon(uint64_t packet)
     Slot *slot = find(packet);
     if (!slot)
         return;
-    if (slot->state == State::Arrived)
+    if (slot->state == State::Arrived) {
         forget(*slot);
-    else if (slot->state == State::Waiting)
+    } else if (slot->state == State::Waiting) {
         slot->state = State::Abandoned;
+    }
 }
 
 void AfcReplies::recycle(AfcBytes bytes)
@@ -159,10 +160,11 @@ bool AfcReplies::endReply()
         reply.value = is_status ? 0 : value;
     }
     payload_ = AfcBytes();
-    if (slot->state == State::Abandoned)
+    if (slot->state == State::Abandoned) {
         forget(*slot);
-    else
+    } else {
         slot->state = State::Arrived;
+    }
     return true;
 }
 

@@ -70,10 +70,11 @@ static int sendAll(AfcFile &file, const char *buffer, uint32_t length,
         sending.unconfirmed -= part.size;
         AfcReply reply;
         int part_code = afcWait(*file.connection, part.packet, reply);
-        if (code == 0 && part_code == 0)
+        if (code == 0 && part_code == 0) {
             count += static_cast<uint32_t>(part.size);
-        else if (code == 0)
+        } else if (code == 0) {
             code = part_code;
+        }
     }
     return code;
 }

@@ -29,9 +29,10 @@ static void takeApp(plist_t entry, std::vector<App> &apps)
         !getTruth(entry, "UIFileSharingEnabled"))
         return;
     std::string name;
-    for (const char *key : {"CFBundleDisplayName", "CFBundleName"})
+    for (const char *key : {"CFBundleDisplayName", "CFBundleName"}) {
         if (name.empty())
             name = getString(entry, key).value_or("");
+    }
     apps.push_back({name.empty() ? *bundle_id : name, *bundle_id});
 }
 

@@ -13,6 +13,7 @@ namespace iusb
 
 static long numberFrom(const char *name, long least, long most, long otherwise)
 {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
     const char *text = getenv(name);
     if (!text || !*text)
         return otherwise;

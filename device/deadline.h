@@ -11,9 +11,9 @@ namespace iusb
 // Milliseconds of the monotonic clock.
 inline int64_t nowMs()
 {
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch())
-        .count();
+    using std::chrono::milliseconds;
+    auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<milliseconds>(now).count();
 }
 
 // The moment at which a wait is given up.
@@ -35,7 +35,7 @@ inline bool expired(Deadline deadline)
 inline int leftMs(Deadline deadline)
 {
     int64_t left = deadline.at - nowMs();
-    return static_cast<int>(std::clamp<int64_t>(left, 0, 3600 * 1000));
+    return static_cast<int>(std::clamp<int64_t>(left, 0, 3'600'000));
 }
 
 // The nearer of a deadline and `ms` from now.

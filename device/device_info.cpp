@@ -19,10 +19,11 @@ template <size_t size>
 static void copyText(char (&field)[size], const std::string &text)
 {
     size_t length = std::min(text.size(), size - 1);
-    if (length < text.size())
+    if (length < text.size()) {
         while (length > 0 &&
                (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
             length--;
+    }
     memcpy(field, text.data(), length);
     field[length] = '\0';
 }

@@ -176,8 +176,9 @@ const char *libiusb_strerror(int code)
         {LIBIUSB_ERROR_APP_ACCESS_DENIED, "app does not share documents"},
         {LIBIUSB_ERROR_INSTPROXY, "app service refused"},
     };
-    for (const auto &entry : table)
+    for (const auto &entry : table) {
         if (entry.code == code)
             return entry.text;
+    }
     return "unknown error";
 }

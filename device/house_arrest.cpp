@@ -17,9 +17,10 @@ int vendDocuments(Stream &stream, const std::string &bundle_id,
     int code = plistSend(stream, request, deadline);
     if (code == 0)
         code = plistReceive(stream, reply, deadline);
-    if (code)
+    if (code) {
         return code == LIBIUSB_ERROR_PROTOCOL ? LIBIUSB_ERROR_LOST_CONNECTION
                                               : code;
+    }
     if (auto error = getString(reply.get(), "Error"))
         return codeOfHouseArrestError(*error);
     return getString(reply.get(), "Status") == "Complete"

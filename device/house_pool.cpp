@@ -26,10 +26,11 @@ static size_t countAlive(const libiusb_device &device)
 static bool closeOneIdle(libiusb_device &device)
 {
     AfcEndpoint *oldest = nullptr;
-    for (const auto &endpoint : device.houses)
+    for (const auto &endpoint : device.houses) {
         if (aliveOne(*endpoint) && endpoint->connection->files_open == 0 &&
             (!oldest || endpoint->used < oldest->used))
             oldest = endpoint.get();
+    }
     if (!oldest)
         return false;
     afcKill(*oldest->connection);
@@ -49,9 +50,10 @@ std::shared_ptr<AfcEndpoint> houseEndpoint(libiusb_device &device,
                                            const std::string &bundle_id)
 {
     forgetUnused(device);
-    for (const auto &endpoint : device.houses)
+    for (const auto &endpoint : device.houses) {
         if (endpoint->bundle_id == bundle_id)
             return endpoint;
+    }
     auto endpoint = std::make_shared<AfcEndpoint>();
     endpoint->device = &device;
     endpoint->bundle_id = bundle_id;
@@ -62,12 +64,14 @@ std::shared_ptr<AfcEndpoint> houseEndpoint(libiusb_device &device,
 int houseConnect(AfcEndpoint &endpoint)
 {
     libiusb_device &device = *endpoint.device;
-    for (const auto &other : device.houses)
+    for (const auto &other : device.houses) {
         if (aliveOne(*other))
             afcUsable(*other->connection);
-    while (countAlive(device) >= kMostAlive)
+    }
+    while (countAlive(device) >= kMostAlive) {
         if (!closeOneIdle(device))
             return LIBIUSB_ERROR_SERVICE_LIMIT;
+    }
     // A device takes a moment to notice that a connection ended, and other
     // programs have theirs.
     for (int wait_ms = 20;; wait_ms *= 2) {
@@ -85,7 +89,7 @@ int houseConnect(AfcEndpoint &endpoint)
 
 } // namespace iusb
 
-using namespace iusb;
+using iusb::guarded;
 
 int libiusb_housearrest_init(libiusb_device *device, libiusb_afc **out)
 {
@@ -99,8 +103,8 @@ int libiusb_housearrest_init(libiusb_device *device, libiusb_afc **out)
         house->context = device->context;
         house->device = device;
         house->house = true;
-        int code = devicePresent(
-            *device, deadlineIn(device->context->settings.timeout_ms));
+        int code = iusb::devicePresent(
+            *device, iusb::deadlineIn(device->context->settings.timeout_ms));
         if (code == 0)
             *out = house.release();
         return code;
@@ -114,9 +118,9 @@ int libiusb_housearrest_openapp(libiusb_afc *house, const char *bundle_id)
     return guarded([&] {
         if (house->endpoint && house->endpoint->bundle_id != bundle_id)
             return static_cast<int>(LIBIUSB_ERROR_INVALID_ARG);
-        house->endpoint = houseEndpoint(*house->device, bundle_id);
-        AfcConnection *connection = nullptr;
-        int code = afcBegin(house, Call::Other, connection);
+        house->endpoint = iusb::houseEndpoint(*house->device, bundle_id);
+        iusb::AfcConnection *connection = nullptr;
+        int code = iusb::afcBegin(house, iusb::Call::Other, connection);
         if (code)
             house->endpoint.reset();
         return code;

@@ -6,11 +6,9 @@
 #include "device/device.h"
 #include "device/plist_stream.h"
 
-using namespace iusb;
-
 struct libiusb_instproxy {
     libiusb_device *device = nullptr;
-    Stream stream;
+    iusb::Stream stream;
 };
 
 namespace iusb
@@ -78,16 +76,19 @@ static libiusb_app *newAppList(const std::vector<App> &apps)
         node->name = newText(app.name);
         node->bundle_id = newText(app.bundle_id);
         libiusb_app *added = node.get();
-        if (last)
+        if (last) {
             last->next = node.release();
-        else
+        } else {
             first = std::move(node);
+        }
         last = added;
     }
     return first.release();
 }
 
 } // namespace iusb
+
+using iusb::guarded;
 
 int libiusb_instproxy_init(libiusb_device *device, libiusb_instproxy **out)
 {
@@ -99,7 +100,7 @@ int libiusb_instproxy_init(libiusb_device *device, libiusb_instproxy **out)
     return guarded([&] {
         auto proxy = std::make_unique<libiusb_instproxy>();
         proxy->device = device;
-        int code = connectProxy(*proxy);
+        int code = iusb::connectProxy(*proxy);
         if (code == 0)
             *out = proxy.release();
         return code;
@@ -120,13 +121,14 @@ int libiusb_instproxy_getAppId(libiusb_instproxy *instproxy, libiusb_app **list)
     if (!instproxy)
         return LIBIUSB_ERROR_INVALID_ARG;
     return guarded([&] {
-        std::vector<App> apps;
-        int code =
-            streamQuiet(instproxy->stream) ? 0 : connectProxy(*instproxy);
+        std::vector<iusb::App> apps;
+        int code = iusb::streamQuiet(instproxy->stream)
+                       ? 0
+                       : iusb::connectProxy(*instproxy);
         if (code == 0)
-            code = browse(*instproxy, apps);
+            code = iusb::browse(*instproxy, apps);
         if (code == 0)
-            *list = newAppList(apps);
+            *list = iusb::newAppList(apps);
         return code;
     });
 }

@@ -10,6 +10,11 @@
 //    nonsense costs the call LIBIUSB_ERROR_LOST_CONNECTION and itself; the next
 //    call on the same handle starts a new connection if the device is still, or
 //    again, there (same UDID, whatever its new location id).
+//    The limit is 10 s without any progress; the environment variable
+//    QUORVEL_TIMEOUT_MS (50 to 600000, read when a context is made) sets
+//    another. A call on a device that went silent ends after about that time.
+//  - Several AFC requests are in flight at once. QUORVEL_AFC_WINDOW (1 to 4096)
+//    sets the most; 1 turns that off, and nothing is read ahead then.
 //  - No call throws, prints, or changes the process's signal handling (programs
 //    that use the layer ignore SIGPIPE: TLS writes may raise it).
 //  - A context and everything opened from it belong to one thread at a time
@@ -57,7 +62,7 @@ enum libiusb_error : int {
     LIBIUSB_ERROR_AFC_OBJECT_EXISTS = -216,
     LIBIUSB_ERROR_AFC_OBJECT_BUSY = -217,
     LIBIUSB_ERROR_AFC_WOULD_BLOCK = -219,
-    LIBIUSB_ERROR_AFC_IO = -220,
+    LIBIUSB_ERROR_AFC_IO = -220, // also: reads stay empty before the end
     LIBIUSB_ERROR_AFC_INTERRUPTED = -221,
     LIBIUSB_ERROR_AFC_IN_PROGRESS = -222,
     LIBIUSB_ERROR_AFC_INTERNAL = -223,
@@ -67,7 +72,8 @@ enum libiusb_error : int {
     LIBIUSB_ERROR_INVALID_ARG = -301, // a null or foreign handle, an empty path
     LIBIUSB_ERROR_NO_MEMORY = -302,
     LIBIUSB_ERROR_NO_DAEMON = -303, // no usbmux socket, or nobody answers on it
-    LIBIUSB_ERROR_PROTOCOL = -304,  // usbmux or lockdown answered nonsense
+    LIBIUSB_ERROR_PROTOCOL = -304,  // usbmux or lockdown answered nonsense, or
+                                    // file information cannot be understood
     LIBIUSB_ERROR_TRUST_DENIED = -310,  // the user tapped "Don't Trust"
     LIBIUSB_ERROR_PAIRING_FAILED = -311,
     LIBIUSB_ERROR_LOCKDOWN = -312,      // any other lockdown refusal

@@ -122,7 +122,7 @@ int lockdownStartService(Lockdown &lockdown, const char *name,
 
 bool lockdownNeedsLegacyTls(const std::string &product_version)
 {
-    int major = atoi(product_version.c_str());
+    long major = strtol(product_version.c_str(), nullptr, 10);
     return major > 0 && major < 10;
 }
 

@@ -43,9 +43,10 @@ static bool stillListed(libiusb_device &device)
     std::vector<UsbmuxDevice> devices;
     if (usbmuxList(devices, wholeStart(device)))
         return true;
-    for (const UsbmuxDevice &entry : devices)
+    for (const UsbmuxDevice &entry : devices) {
         if (entry.id == device.entry.id)
             return true;
+    }
     return false;
 }
 
@@ -88,10 +89,11 @@ static int tryNewSession(libiusb_device &device, Deadline deadline)
     int code = lockdownConnect(device.entry.id, device.lockdown, deadline);
     if (code == 0)
         code = versionBeforeSession(device, deadline);
-    if (code == 0)
+    if (code == 0) {
         code = lockdownStartSession(
             device.lockdown, device.record,
             lockdownNeedsLegacyTls(device.values.ios_version), deadline);
+    }
     if (code)
         device.lockdown.stream = Stream();
     return code;
@@ -210,10 +212,11 @@ int startService(libiusb_device &device, const char *name, Stream &out,
     code = usbmuxConnect(device.entry.id, service.port, stream, deadline);
     if (code == LIBIUSB_ERROR_NO_DEVICE)
         return LIBIUSB_ERROR_LOST_CONNECTION;
-    if (code == 0 && service.tls)
+    if (code == 0 && service.tls) {
         code = tlsStart(stream, device.record,
                         lockdownNeedsLegacyTls(device.values.ios_version),
                         deadline);
+    }
     if (code == 0)
         out = std::move(stream);
     return code;

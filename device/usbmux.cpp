@@ -39,14 +39,15 @@ static bool isPort(std::string_view text)
 
 UsbmuxAddress usbmuxAddress(const char *text)
 {
-    const UsbmuxAddress standard{kStandardSocket, {}, {}};
+    UsbmuxAddress standard{kStandardSocket, {}, {}};
     if (!text)
         return standard;
     std::string_view address(text);
-    if (address.substr(0, 5) == "UNIX:")
+    if (address.substr(0, 5) == "UNIX:") {
         return address.size() > 5
                    ? UsbmuxAddress{std::string(address.substr(5)), {}, {}}
                    : standard;
+    }
     size_t colon = address.rfind(':');
     if (colon == address.npos || colon == 0 ||
         !isPort(address.substr(colon + 1)))
@@ -139,6 +140,7 @@ static Fd connectTcp(const UsbmuxAddress &where, Deadline deadline)
 
 static Fd connectDaemon(Deadline deadline)
 {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
     UsbmuxAddress where = usbmuxAddress(getenv("USBMUXD_SOCKET_ADDRESS"));
     return where.path.empty() ? connectTcp(where, deadline)
                               : connectUnix(where.path, deadline);
@@ -152,9 +154,10 @@ static Fd connectDaemon(Deadline deadline)
 static int receiveMessage(Stream &stream, Plist &message, Deadline deadline)
 {
     char header[kUsbmuxHeaderSize];
-    if (streamReceiveAll(stream, header, sizeof header, deadline))
+    if (streamReceiveAll(stream, header, sizeof header, deadline)) {
         return expired(deadline) ? LIBIUSB_ERROR_NO_DAEMON
                                  : LIBIUSB_ERROR_PROTOCOL;
+    }
     auto size = usbmuxPayloadSize({header, sizeof header});
     if (!size)
         return LIBIUSB_ERROR_PROTOCOL;

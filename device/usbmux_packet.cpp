@@ -88,9 +88,10 @@ static std::optional<UsbmuxDevice> deviceOf(plist_t entry)
     device.id = static_cast<uint32_t>(*id);
     device.network = type == "Network";
     device.udid = normalUdid(*serial);
-    if (!device.network)
+    if (!device.network) {
         device.location_id = static_cast<uint32_t>(
             getUint(properties, "LocationID").value_or(0));
+    }
     device.product_id =
         static_cast<uint32_t>(getUint(properties, "ProductID").value_or(0));
     return device;
@@ -105,9 +106,10 @@ std::optional<std::vector<UsbmuxDevice>> usbmuxDevices(const Plist &message)
     if (count > kUsbmuxMaxDevices)
         return std::nullopt;
     std::vector<UsbmuxDevice> devices;
-    for (uint32_t i = 0; i < count; i++)
+    for (uint32_t i = 0; i < count; i++) {
         if (auto device = deviceOf(plist_array_get_item(list, i)))
             devices.push_back(std::move(*device));
+    }
     return devices;
 }
 

@@ -74,7 +74,7 @@ TEST_F(Apps, OnlyThoseThatShareInChunks)
 
 TEST_F(Apps, ASilentListEnds)
 {
-    Setting limit("QUORVEL_TIMEOUT_MS", "300");
+    Setting limit("QUORVEL_TIMEOUT_MS", "500");
     start();
     libiusb_instproxy *proxy = nullptr;
     ASSERT_EQ(libiusb_instproxy_init(opened->device, &proxy), 0);
@@ -84,7 +84,7 @@ TEST_F(Apps, ASilentListEnds)
                   EXPECT_EQ(libiusb_instproxy_getAppId(proxy, &apps),
                             LIBIUSB_ERROR_LOST_CONNECTION);
               }),
-              1000);
+              2000);
     sim->control("stall off");
     EXPECT_EQ(bundleIds(proxy).size(), 3U);
     libiusb_instproxy_exit(proxy);
@@ -176,10 +176,11 @@ TEST_F(Apps, FourAtOnceAndTheLeastRecentlyUsedGoes)
     EXPECT_EQ(vends(), before + 1);
     // With a file open on each of four there is no room for another.
     std::vector<libiusb_file> files(4);
-    for (size_t i = 0; i < 4; i++)
+    for (size_t i = 0; i < 4; i++) {
         ASSERT_EQ(libiusb_afc_file_open(houses[i], "/Documents/f",
                                         LIBIUSB_MODE_UPDATE, &files[i]),
                   0);
+    }
     EXPECT_EQ(documents(houses[5]), LIBIUSB_ERROR_SERVICE_LIMIT);
     EXPECT_EQ(libiusb_afc_file_close(houses[1], files[1]), 0);
     EXPECT_EQ(documents(houses[5]), 0);

@@ -6,10 +6,10 @@
 class Fault : public DeviceTest
 {
   protected:
-    Setting timeout{"QUORVEL_TIMEOUT_MS", "400"};
+    Setting timeout{"QUORVEL_TIMEOUT_MS", "700"};
 
     // Until here a call on a lost connection has to be over.
-    static constexpr int64_t soon = 300;
+    static constexpr int64_t soon = 500; // the limit of a wait is more
 
     int readCode(libiusb_file file, uint64_t offset,
                  uint32_t length = 4096) const
@@ -50,18 +50,21 @@ TEST_F(Fault, RepliesThatMakeNoSenseCostTheConnectionOnly)
              {"GetFileInfo", "ReadDir", "FileRefRead", "FileRefWrite"}) {
             SCOPED_TRACE(operation);
             libiusb_file file = openFile(path, LIBIUSB_MODE_UPDATE);
+            // Everything that belongs to the open is answered after this.
+            EXPECT_EQ(readCode(file, 0), 0);
             sim->control(std::string("corrupt ") + operation + " 1 " + kind);
             int code = 0;
             uint32_t count = 0;
-            if (operation == std::string("GetFileInfo"))
+            if (operation == std::string("GetFileInfo")) {
                 code = info(path);
-            else if (operation == std::string("ReadDir"))
+            } else if (operation == std::string("ReadDir")) {
                 code =
                     libiusb_afc_file_read_directory(afc, "/", nullptr, &count);
-            else if (operation == std::string("FileRefRead"))
-                code = readCode(file, 0);
-            else
+            } else if (operation == std::string("FileRefRead")) {
+                code = readCode(file, 50'000);
+            } else {
                 code = libiusb_afc_file_write(afc, file, "x", 1, 0, &count);
+            }
             EXPECT_EQ(code, LIBIUSB_ERROR_LOST_CONNECTION);
             expectLost(file);
             sim->control("faults clear");
@@ -81,6 +84,7 @@ TEST_F(Fault, CutRepliesAndClosedConnections)
           "drop FileRefRead after=4"}) {
         SCOPED_TRACE(fault);
         libiusb_file file = openFile(path);
+        EXPECT_EQ(readCode(file, 1 << 20), 0);
         sim->control(fault);
         int code = 0;
         for (uint64_t at = 0; code == 0 && at < 3 << 20; at += 128 << 10)
@@ -92,6 +96,7 @@ TEST_F(Fault, CutRepliesAndClosedConnections)
     }
     // Also one that goes while nobody asks for anything.
     libiusb_file file = openFile(path);
+    EXPECT_EQ(readCode(file, 1), 0);
     sim->control("drop GetFileInfo");
     libiusb_afc *other = nullptr;
     ASSERT_EQ(libiusb_afc_init(opened->device, &other), 0);
@@ -99,7 +104,7 @@ TEST_F(Fault, CutRepliesAndClosedConnections)
     EXPECT_EQ(libiusb_afc_file_get_info(other, "/", &found),
               LIBIUSB_ERROR_LOST_CONNECTION);
     EXPECT_EQ(libiusb_afc_file_get_info(other, "/", &found), 0);
-    EXPECT_EQ(readCode(file, 0), 0);
+    EXPECT_EQ(readCode(file, 2), 0);
     libiusb_afc_exit(other);
 }
 
@@ -112,8 +117,8 @@ TEST_F(Fault, SilenceEndsAndTheLateReplyIsNotTakenForAnother)
     int code = 0;
     int64_t took = duration([&] { code = readCode(file, 0); });
     EXPECT_EQ(code, LIBIUSB_ERROR_LOST_CONNECTION);
-    EXPECT_GE(took, 350);
-    EXPECT_LT(took, 1200);
+    EXPECT_GE(took, 600);
+    EXPECT_LT(took, 2000);
     EXPECT_LT(duration([&] { expectLost(file); }), soon);
     sim->control("stall off");
     expectWorking();
@@ -121,10 +126,10 @@ TEST_F(Fault, SilenceEndsAndTheLateReplyIsNotTakenForAnother)
     sim->control("stall on");
     took = duration([&] { code = info("/DCIM"); });
     EXPECT_EQ(code, LIBIUSB_ERROR_LOST_CONNECTION);
-    EXPECT_LT(took, 1200);
+    EXPECT_LT(took, 2000);
     took = duration([&] { code = info("/DCIM"); });
     EXPECT_EQ(code, LIBIUSB_ERROR_LOST_CONNECTION);
-    EXPECT_LT(took, 1200);
+    EXPECT_LT(took, 2000);
     sim->control("stall off");
     expectWorking();
 }
@@ -215,9 +220,10 @@ TEST_F(Fault, UnplugInTheMiddleOfAWriteAndAListing)
     sim->control("unplug");
     int code = 0;
     EXPECT_LT(duration([&] {
-                  for (const std::string &name : names)
+                  for (const std::string &name : names) {
                       if (code == 0)
                           code = info("/general_storage/many/" + name);
+                  }
               }),
               2000);
     EXPECT_EQ(code, LIBIUSB_ERROR_LOST_CONNECTION);
@@ -274,7 +280,7 @@ TEST_F(Fault, ADeadSessionIsReplacedAndAGoodOneKept)
                   EXPECT_EQ(libiusb_instproxy_init(opened->device, &proxy),
                             LIBIUSB_ERROR_LOST_CONNECTION);
               }),
-              1200);
+              2000);
     sim->control("stall off");
 }
 

@@ -8,10 +8,11 @@ class Listing : public DeviceTest
   protected:
     void makeFolder(int files) const
     {
-        for (int i = 0; i < files; i++)
-            writeFile(sim->media() / "general_storage/many" /
-                          ("file " + std::to_string(i)),
+        for (int i = 0; i < files; i++) {
+            std::string name = "file " + std::to_string(i);
+            writeFile(sim->media() / "general_storage/many" / name,
                       pattern(static_cast<size_t>(i)));
+        }
     }
     // What the file system does for one folder.
     void listWithInfo(const std::string &path) const
@@ -123,9 +124,11 @@ TEST_F(Listing, PathsThatTheCallerKnows)
     makeFolder(500);
     std::vector<std::string> paths;
     std::vector<const char *> pointers;
+    paths.reserve(500);
     for (int i = 0; i < 500; i++)
         paths.push_back("/general_storage/many/file " + std::to_string(i));
     paths[77] = "/general_storage/nosuch";
+    pointers.reserve(paths.size());
     for (const std::string &path : paths)
         pointers.push_back(path.c_str());
     ASSERT_EQ(libiusb_afc_prefetch_info(afc, pointers.data(), pointers.size()),
@@ -150,9 +153,10 @@ TEST_F(Listing, NamesThatCannotBeEntriesAreLeftOut)
 {
     auto hex = [](const std::string &name) {
         std::string text;
-        for (unsigned char c : name) {
-            text += "0123456789abcdef"[c >> 4];
-            text += "0123456789abcdef"[c & 15];
+        for (char c : name) {
+            auto byte = static_cast<unsigned char>(c);
+            text += "0123456789abcdef"[byte >> 4];
+            text += "0123456789abcdef"[byte & 15];
         }
         return text;
     };

@@ -75,12 +75,15 @@ TEST_F(Reading, ReadAheadIsBoundedForAllFilesTogether)
     constexpr size_t size = 4 << 20, piece = 128 << 10;
     start();
     std::vector<libiusb_file> files;
+    files.reserve(40);
     for (int i = 0; i < 40; i++)
         files.push_back(openFile(makeFile("many" + std::to_string(i), size)));
-    for (uint64_t at = 0; at < 4; at++)
-        for (libiusb_file file : files)
+    for (uint64_t at = 0; at < 4; at++) {
+        for (libiusb_file file : files) {
             ASSERT_EQ(read(file, at * piece, piece),
                       pattern(piece, at * piece));
+        }
+    }
     // 512 KiB of each were asked for, and at most 16 MiB may lie around.
     libiusb_file one = files[0];
     EXPECT_EQ(readAll(one), pattern(size));

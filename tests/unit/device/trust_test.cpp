@@ -77,7 +77,7 @@ TEST_F(Trust, AStaleRecordIsReplaced)
 
 TEST_F(Trust, FailuresOnTheWayEndCleanly)
 {
-    Setting limit("QUORVEL_TIMEOUT_MS", "500");
+    Setting limit("QUORVEL_TIMEOUT_MS", "700");
     Sim sim;
     sim.control("fail Pair 1 InvalidPairRecord");
     EXPECT_EQ(openAndUse(), LIBIUSB_ERROR_PAIRING_FAILED);
@@ -98,10 +98,10 @@ TEST_F(Trust, FailuresOnTheWayEndCleanly)
     EXPECT_LT(duration([] {
                   EXPECT_EQ(openAndUse(), LIBIUSB_ERROR_LOST_CONNECTION);
               }),
-              1500);
+              3000);
     sim.control("stall off");
     sim.control("stall on");
-    EXPECT_LT(duration([] { EXPECT_NE(openAndUse(), 0); }), 1500);
+    EXPECT_LT(duration([] { EXPECT_NE(openAndUse(), 0); }), 3000);
     sim.control("stall off");
     EXPECT_EQ(openAndUse(), 0);
 }

@@ -58,9 +58,10 @@ TEST_F(Writing, ModesDoWhatTheyPromise)
         libiusb_afc_file_open(afc, "/nowhere/x", LIBIUSB_MODE_READ, &missing),
         LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND);
     EXPECT_EQ(missing, 0U);
-    for (int mode : {0, 2, 4, 7, -1})
+    for (int mode : {0, 2, 4, 7, -1}) {
         EXPECT_EQ(libiusb_afc_file_open(afc, path.c_str(), mode, &missing),
                   LIBIUSB_ERROR_INVALID_ARG);
+    }
 }
 
 TEST_F(Writing, AFailureTellsWhatWasConfirmedAndTheNextWriteIsInPlace)
