@@ -47,6 +47,27 @@ TEST_F(RequestsTest, ColdAndWarmListing)
     EXPECT_EQ(simulator->AllRequests(), 0U);
 }
 
+// The kernel gets the attributes with the names, and asks for no name on its
+// own.
+TEST_F(RequestsTest, ListingNeedsNoLookups)
+{
+    MakeDevice();
+    PutMany("many", 1000);
+    Serve();
+    Volume::Options options;
+    options.words = {"-d"}; // tells every request of the kernel's
+    Mount(options);
+    ASSERT_EQ(RunProgram({"ls", "-l", Storage("many")}).status, 0);
+    const std::string requests = volume->Output();
+    size_t lookups = 0;
+    for (size_t at = requests.find("opcode: LOOKUP"); at != std::string::npos;
+         at = requests.find("opcode: LOOKUP", at + 1)) {
+        ++lookups;
+    }
+    EXPECT_NE(requests.find("opcode: READDIRPLUS"), std::string::npos);
+    EXPECT_LE(lookups, 5U); // the folders on the way
+}
+
 TEST_F(RequestsTest, ReadingInOrderNeedsNoSeek)
 {
     MakeDevice();
@@ -61,6 +82,11 @@ TEST_F(RequestsTest, ReadingInOrderNeedsNoSeek)
     EXPECT_EQ(simulator->Requests("FileRefSeek"), 0U);
     EXPECT_EQ(simulator->Requests("FileRefOpen"), 1U);
     EXPECT_EQ(simulator->Requests("FileRefClose"), 1U);
+    // It was noticed that the file was read through.
+    EXPECT_TRUE(Eventually([this] {
+        return volume->CountInLog(
+                   "tarnifs_release path /Storage/big / reading 0") == 1;
+    }));
 }
 
 TEST_F(RequestsTest, TwoOpensAreOneOnTheDevice)

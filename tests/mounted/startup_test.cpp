@@ -130,6 +130,18 @@ TEST_F(StartupTest, DeviceThatEncryptsEverything)
     EXPECT_TRUE(device->Get("f") == data + "!");
 }
 
+TEST_F(StartupTest, SignalsEndItCleanlyOrNotAtAll)
+{
+    Start();
+    volume->Server().Signal(SIGUSR1); // the dialog thread's own
+    volume->Server().Signal(SIGPIPE);
+    usleep(200000);
+    ExpectWorks();
+    volume->Server().Signal(SIGTERM);
+    EXPECT_EQ(volume->Server().Wait(10), 0);
+    volume->Unmount(); // finds it unmounted, and nothing left
+}
+
 TEST_F(StartupTest, WithoutDashFItGoesToTheBackground)
 {
     MakeDevice();

@@ -13,9 +13,10 @@
 namespace
 {
 
-// Handlers run one at a time: more threads would only wait. libfuse complains
-// about its own default.
+// Handlers run one at a time: more threads would only wait. libfuse has "no
+// limit" as its default in some versions, and complains about it.
 constexpr unsigned IDLE_THREADS = 10;
+constexpr unsigned MOST_THREADS = 1000;
 
 // What is parsed and made on the way; undone on every way out.
 struct Session {
@@ -99,7 +100,9 @@ bool Serve(Session *session)
     }
     fuse_loop_config config{};
     config.clone_fd = session->options.clone_fd;
-    config.max_idle_threads = IDLE_THREADS;
+    config.max_idle_threads = session->options.max_idle_threads > MOST_THREADS
+                                  ? IDLE_THREADS
+                                  : session->options.max_idle_threads;
     return fuse_loop_mt(session->volume, &config) >= 0;
 }
 
