@@ -49,8 +49,7 @@ int findFile(const AfcSession &session, const AfcRequest &request)
 
 uint64_t sizeOf(int fd)
 {
-    struct stat info {
-    };
+    struct stat info = {};
     return fstat(fd, &info) == 0 ? static_cast<uint64_t>(info.st_size) : 0;
 }
 
@@ -83,8 +82,7 @@ int openRegular(AfcSession &session, const std::string &full,
         status = afcStatusOf(errno);
         return -1;
     }
-    struct stat info {
-    };
+    struct stat info = {};
     fstat(fd, &info);
     status = kAfcSuccess;
     if (S_ISDIR(info.st_mode)) {
@@ -217,7 +215,8 @@ AfcReply afcReadFile(AfcSession &session, AfcRequest &request)
         return afcStatus(status);
     }
     // Nobody asks for large files this way.
-    std::string bytes(std::min<uint64_t>(sizeOf(fd), 64 * 1024 * 1024), '\0');
+    std::string bytes(
+        std::min<uint64_t>(sizeOf(fd), uint64_t{64} * 1024 * 1024), '\0');
     const ssize_t n = read(fd, bytes.data(), bytes.size());
     bytes.resize(n > 0 ? static_cast<size_t>(n) : 0);
     close(fd);

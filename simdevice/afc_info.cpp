@@ -84,8 +84,7 @@ AfcReply afcGetFileInfo(AfcSession &session, AfcRequest &request)
     if (status != kAfcSuccess) {
         return afcStatus(status);
     }
-    struct statx info {
-    };
+    struct statx info = {};
     if (statx(AT_FDCWD, full.c_str(), AT_SYMLINK_NOFOLLOW,
               STATX_BASIC_STATS | STATX_BTIME, &info) != 0) {
         return afcStatus(afcStatusOf(errno));

@@ -13,7 +13,7 @@ namespace
 
 constexpr char kMagic[] = "CFA6LPAA";
 constexpr size_t kMagicSize = 8;
-constexpr uint64_t kMaxFixed = 64 * 1024;
+constexpr uint64_t kMaxFixed = uint64_t{64} * 1024;
 constexpr uint64_t kMaxEntire = uint64_t{1} << 40;
 
 struct ErrorStatus {

@@ -73,8 +73,7 @@ uint64_t locate(const AfcRoot &root, const PathParts &parts, LastPart last,
         if (isLast && last == LastPart::keep) {
             break;
         }
-        struct stat info {
-        };
+        struct stat info = {};
         if (lstat(full.c_str(), &info) != 0) {
             return isLast && errno == ENOENT ? kAfcSuccess : afcStatusOf(errno);
         }

@@ -127,14 +127,14 @@ bool sendReply(AfcSession &session, const AfcRequest &request,
     uint8_t *bytes = buffer.data.get();
     encodeAfcHeader(
         {fixedEnd + bulk, fixedEnd, request.packet, reply.operation}, bytes);
-    std::memcpy(bytes + kAfcHeaderSize, reply.fixed.data(), reply.fixed.size());
+    std::copy(reply.fixed.begin(), reply.fixed.end(), bytes + kAfcHeaderSize);
     Stream &stream = session.connection.stream;
     if (reply.fd < 0) {
         if (bulk > first) {
             return stream.write(std::string(bytes, bytes + fixedEnd) +
                                 reply.bulk);
         }
-        std::memcpy(bytes + fixedEnd, reply.bulk.data(), first);
+        std::copy(reply.bulk.begin(), reply.bulk.end(), bytes + fixedEnd);
         return stream.write(buffer);
     }
     fillFromFile(reply.fd, bytes + fixedEnd, first);

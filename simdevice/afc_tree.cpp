@@ -42,6 +42,7 @@ uint64_t nameHash(const std::string &name)
 std::vector<std::string> namesIn(DIR *dir)
 {
     std::vector<std::pair<uint64_t, std::string>> names;
+    // The stream is this thread's own. NOLINTNEXTLINE(concurrency-mt-unsafe)
     while (const dirent *entry = readdir(dir)) {
         std::string name = entry->d_name;
         if (name != "." && name != "..") {
@@ -51,6 +52,7 @@ std::vector<std::string> namesIn(DIR *dir)
     }
     std::sort(names.begin(), names.end());
     std::vector<std::string> sorted;
+    sorted.reserve(names.size());
     for (auto &[hash, name] : names) {
         sorted.push_back(std::move(name));
     }
@@ -81,8 +83,7 @@ std::string joinNames(const std::vector<std::string> &names)
 uint64_t removeOne(AfcSession &session, const std::string &full)
 {
     Device &device = session.connection.device;
-    struct stat info {
-    };
+    struct stat info = {};
     if (lstat(full.c_str(), &info) != 0) {
         return afcStatusOf(errno);
     }
@@ -102,15 +103,16 @@ uint64_t removeOne(AfcSession &session, const std::string &full)
 
 uint64_t removeTree(AfcSession &session, const std::string &full)
 {
-    struct stat info {
-    };
+    struct stat info = {};
     if (lstat(full.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
         std::vector<std::string> names;
         if (const Directory dir{opendir(full.c_str())}) {
             names = namesIn(dir.get());
         }
         for (const std::string &name : names) {
-            const uint64_t status = removeTree(session, full + "/" + name);
+            std::string inside = full;
+            inside.append("/").append(name);
+            const uint64_t status = removeTree(session, inside);
             if (status != kAfcSuccess) {
                 return status;
             }
@@ -136,10 +138,8 @@ AfcReply removeWith(AfcSession &session, const AfcRequest &request,
 // The size of a regular file that a rename is about to replace.
 uint64_t replacedSize(const std::string &from, const std::string &to)
 {
-    struct stat source {
-    };
-    struct stat target {
-    };
+    struct stat source = {};
+    struct stat target = {};
     if (lstat(from.c_str(), &source) != 0 || lstat(to.c_str(), &target) != 0 ||
         !S_ISREG(target.st_mode) || target.st_nlink != 1 ||
         (source.st_ino == target.st_ino && source.st_dev == target.st_dev)) {
@@ -196,8 +196,7 @@ AfcReply afcMakeDir(AfcSession &session, AfcRequest &request)
         if (status != kAfcSuccess) {
             return afcStatus(status);
         }
-        struct stat info {
-        };
+        struct stat info = {};
         if (mkdir(full.c_str(), 0755) != 0 &&
             (errno != EEXIST || stat(full.c_str(), &info) != 0 ||
              !S_ISDIR(info.st_mode))) {
@@ -226,13 +225,12 @@ AfcReply afcRename(AfcSession &session, AfcRequest &request)
         return afcStatus(status);
     }
     const uint64_t replaced = replacedSize(fromFull, toFull);
-    const AfcReply reply =
-        statusOfCall(rename(fromFull.c_str(), toFull.c_str()));
-    if (reply.fixed == afcNumberBytes(kAfcSuccess)) {
-        Device &device = session.connection.device;
-        device.space.grow(replaced, 0, device.identity.blockSize);
+    if (rename(fromFull.c_str(), toFull.c_str()) != 0) {
+        return afcStatus(afcStatusOf(errno));
     }
-    return reply;
+    Device &device = session.connection.device;
+    device.space.grow(replaced, 0, device.identity.blockSize);
+    return afcStatus(kAfcSuccess);
 }
 
 AfcReply afcMakeLink(AfcSession &session, AfcRequest &request)

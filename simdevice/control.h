@@ -8,7 +8,7 @@ namespace sim
 {
 
 // Carries out one command line and returns its answer, without a newline.
-std::string runControlCommand(Simulator &simulator, const std::string &line);
+std::string runControlCommand(Simulator &simulator, const std::string &text);
 
 // Serves one client of the control socket; closes the descriptor.
 void serveControlClient(Simulator &simulator, int fd);

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 
 #include "simdevice/plist.h"
 
@@ -185,7 +186,7 @@ std::string readIdentity(const std::string &folder, Identity &identity)
     const std::string path = folder + "/device.plist";
     std::string text;
     if (!readFile(path, text)) {
-        return path + ": " + std::strerror(errno);
+        return path + ": " + errorText(errno);
     }
     const Plist list = fromXml(text);
     if (!list || plist_get_node_type(list.get()) != PLIST_DICT) {
@@ -212,7 +213,7 @@ std::string readIdentity(const std::string &folder, Identity &identity)
     if (!parseTrust(trust, identity.trust)) {
         return path + ": Trust has the unknown value \"" + trust + "\"";
     }
-    const plist_t apps = getNode(list.get(), "Apps", PLIST_ARRAY);
+    plist_t apps = getNode(list.get(), "Apps", PLIST_ARRAY);
     const uint32_t count = apps != nullptr ? plist_array_get_size(apps) : 0;
     for (uint32_t i = 0; i < count; i++) {
         identity.apps.push_back(readApp(plist_array_get_item(apps, i)));
@@ -240,9 +241,14 @@ std::string writeIdentity(const std::string &folder, const Identity &identity)
     setNode(list.get(), "Apps", std::move(apps));
     const std::string path = folder + "/device.plist";
     if (!writeFile(path, toXml(list.get()))) {
-        return path + ": " + std::strerror(errno);
+        return path + ": " + errorText(errno);
     }
     return {};
+}
+
+std::string errorText(int error)
+{
+    return std::generic_category().message(error);
 }
 
 uint64_t roundToBlock(uint64_t size, uint64_t blockSize)

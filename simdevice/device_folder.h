@@ -71,4 +71,7 @@ uint64_t measureContent(const std::string &folder, uint64_t blockSize);
 bool readFile(const std::string &path, std::string &text);
 bool writeFile(const std::string &path, const std::string &text);
 
+// The text of an error number.
+std::string errorText(int error);
+
 } // namespace sim

@@ -33,18 +33,18 @@ using Key = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
 using KeyContext = std::unique_ptr<EVP_PKEY_CTX, Deleter<EVP_PKEY_CTX_free>>;
 using Memory = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
 
-constexpr int kPrimeBytes = 128;
+constexpr size_t kPrimeBytes = 128;
 
 // 128 bytes out of SHA-256 over the seed, a name and a counter.
 Number stretch(const std::string &seed, const char *name)
 {
     unsigned char bytes[kPrimeBytes];
-    for (int i = 0; i < kPrimeBytes / SHA256_DIGEST_LENGTH; i++) {
+    for (size_t i = 0; i < kPrimeBytes / SHA256_DIGEST_LENGTH; i++) {
         const std::string text = seed + "/" + name + "/" + std::to_string(i);
         SHA256(reinterpret_cast<const unsigned char *>(text.data()),
                text.size(), bytes + i * SHA256_DIGEST_LENGTH);
     }
-    return Number(BN_bin2bn(bytes, kPrimeBytes, nullptr));
+    return Number(BN_bin2bn(bytes, sizeof bytes, nullptr));
 }
 
 // The first prime from there on that suits the exponent 65537. The two highest
@@ -52,8 +52,9 @@ Number stretch(const std::string &seed, const char *name)
 Number findPrime(const std::string &seed, const char *name, BN_CTX *context)
 {
     Number prime = stretch(seed, name);
-    BN_set_bit(prime.get(), kPrimeBytes * 8 - 1);
-    BN_set_bit(prime.get(), kPrimeBytes * 8 - 2);
+    constexpr int bits = kPrimeBytes * 8;
+    BN_set_bit(prime.get(), bits - 1);
+    BN_set_bit(prime.get(), bits - 2);
     BN_set_bit(prime.get(), 0);
     while (BN_mod_word(prime.get(), 65537) == 1 ||
            BN_check_prime(prime.get(), context, nullptr) != 1) {

@@ -161,7 +161,7 @@ const char *Lockdown::askUser()
 
 const char *Lockdown::pair(plist_t request, plist_t answer)
 {
-    const plist_t record = getNode(request, "PairRecord", PLIST_DICT);
+    plist_t record = getNode(request, "PairRecord", PLIST_DICT);
     if (record == nullptr) {
         return "MissingPairRecord";
     }
@@ -187,7 +187,7 @@ const char *Lockdown::pair(plist_t request, plist_t answer)
 
 const char *Lockdown::validatePair(plist_t request, plist_t)
 {
-    const plist_t record = getNode(request, "PairRecord", PLIST_DICT);
+    plist_t record = getNode(request, "PairRecord", PLIST_DICT);
     const auto hostId = getString(record, "HostID");
     return hostId && m_device.pairing.host(*hostId) ? "" : "InvalidHostID";
 }
@@ -196,7 +196,7 @@ const char *Lockdown::unpair(plist_t request, plist_t answer)
 {
     const char *error = validatePair(request, answer);
     if (error[0] == '\0') {
-        const plist_t record = getNode(request, "PairRecord", PLIST_DICT);
+        plist_t record = getNode(request, "PairRecord", PLIST_DICT);
         m_device.pairing.removeHost(getString(record, "HostID").value_or(""));
     }
     return error;

@@ -24,7 +24,7 @@ Plist globalDomain(const Device &device, const ValueQuery &query)
 {
     const Identity &identity = device.identity;
     Plist list = newDict();
-    const plist_t dict = list.get();
+    plist_t dict = list.get();
     setString(dict, "BuildVersion", identity.buildVersion);
     setString(dict, "CPUArchitecture", "arm64e");
     setString(dict, "DeviceClass", identity.deviceClass);
@@ -106,7 +106,7 @@ const char *lookUpValue(const Device &device, const ValueQuery &query,
         value = std::move(domain);
         return "";
     }
-    const plist_t node = plist_dict_get_item(domain.get(), query.key.c_str());
+    plist_t node = plist_dict_get_item(domain.get(), query.key.c_str());
     if (node == nullptr) {
         return "MissingValue";
     }

@@ -117,9 +117,7 @@ int runMake(MakeArguments &arguments)
     return 0;
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+int runProgram(int argc, char **argv)
 {
     CLI::App program("Simulated iOS devices for tests, benchmarks and trying "
                      "things out",
@@ -152,4 +150,16 @@ int main(int argc, char **argv)
         line += (line.empty() ? "" : " ") + word;
     }
     return sim::sendControlCommand(controlPath, line);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    try {
+        return runProgram(argc, argv);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "quorvel-simdevice: %s\n", error.what());
+        return 1;
+    }
 }

@@ -23,10 +23,10 @@ std::string Pairing::load(const std::string &folder)
         return m_path + ": not an XML property list";
     }
     m_record = getData(list.get(), "PairRecordData");
-    const plist_t hosts = getNode(list.get(), "Hosts", PLIST_ARRAY);
+    plist_t hosts = getNode(list.get(), "Hosts", PLIST_ARRAY);
     const uint32_t count = hosts != nullptr ? plist_array_get_size(hosts) : 0;
     for (uint32_t i = 0; i < count; i++) {
-        const plist_t entry = plist_array_get_item(hosts, i);
+        plist_t entry = plist_array_get_item(hosts, i);
         const auto hostId = getString(entry, "HostID");
         if (hostId) {
             m_hosts[*hostId] = {
@@ -58,7 +58,7 @@ void Pairing::store() const
     setNode(list.get(), "Hosts", std::move(hosts));
     if (!writeFile(m_path, toXml(list.get()))) {
         std::fprintf(stderr, "quorvel-simdevice: %s: %s\n", m_path.c_str(),
-                     std::strerror(errno));
+                     errorText(errno).c_str());
     }
 }
 

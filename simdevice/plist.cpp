@@ -81,7 +81,7 @@ plist_t getNode(plist_t dict, const char *key, plist_type type)
     if (dict == nullptr || plist_get_node_type(dict) != PLIST_DICT) {
         return nullptr;
     }
-    const plist_t node = plist_dict_get_item(dict, key);
+    plist_t node = plist_dict_get_item(dict, key);
     return node != nullptr && plist_get_node_type(node) == type ? node
                                                                 : nullptr;
 }
@@ -98,13 +98,13 @@ std::string stringOf(plist_t node)
 
 std::optional<std::string> getString(plist_t dict, const char *key)
 {
-    const plist_t node = getNode(dict, key, PLIST_STRING);
+    plist_t node = getNode(dict, key, PLIST_STRING);
     return node != nullptr ? std::optional(stringOf(node)) : std::nullopt;
 }
 
 std::optional<uint64_t> getUint(plist_t dict, const char *key)
 {
-    const plist_t node = getNode(dict, key, PLIST_UINT);
+    plist_t node = getNode(dict, key, PLIST_UINT);
     if (node == nullptr) {
         return std::nullopt;
     }
@@ -115,7 +115,7 @@ std::optional<uint64_t> getUint(plist_t dict, const char *key)
 
 std::optional<bool> getBool(plist_t dict, const char *key)
 {
-    const plist_t node = getNode(dict, key, PLIST_BOOLEAN);
+    plist_t node = getNode(dict, key, PLIST_BOOLEAN);
     if (node == nullptr) {
         return std::nullopt;
     }
@@ -126,7 +126,7 @@ std::optional<bool> getBool(plist_t dict, const char *key)
 
 std::optional<std::string> getData(plist_t dict, const char *key)
 {
-    const plist_t node = getNode(dict, key, PLIST_DATA);
+    plist_t node = getNode(dict, key, PLIST_DATA);
     if (node == nullptr) {
         return std::nullopt;
     }

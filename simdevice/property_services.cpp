@@ -66,7 +66,7 @@ std::string vendRefusal(const Device &device, const std::string &command,
 
 bool wantedAttribute(plist_t options, const char *key)
 {
-    const plist_t names = getNode(options, "ReturnAttributes", PLIST_ARRAY);
+    plist_t names = getNode(options, "ReturnAttributes", PLIST_ARRAY);
     if (names == nullptr) {
         return true;
     }
@@ -105,7 +105,7 @@ Plist describeApp(const App &app, plist_t options)
 std::vector<const App *> chosenApps(const Device &device, plist_t options)
 {
     const auto type = getString(options, "ApplicationType").value_or("Any");
-    const plist_t ids = getNode(options, "BundleIDs", PLIST_ARRAY);
+    plist_t ids = getNode(options, "BundleIDs", PLIST_ARRAY);
     std::vector<const App *> apps;
     for (const App &app : device.identity.apps) {
         const bool typeFits = type == "Any" || (type == "User") == app.user;
@@ -165,7 +165,7 @@ bool answerInstallationProxy(Connection &connection, const Plist &request)
     if (plan.fail) {
         return sendWord(connection, plan, "Error", *plan.fail);
     }
-    const plist_t options = getNode(request.get(), "ClientOptions", PLIST_DICT);
+    plist_t options = getNode(request.get(), "ClientOptions", PLIST_DICT);
     if (name == "Browse") {
         return browse(connection, plan, options);
     }

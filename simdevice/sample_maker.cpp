@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -261,13 +262,17 @@ bool setIosVersion(Identity &identity, const std::string &version)
 {
     unsigned major = 0;
     unsigned minor = 0;
-    char rest = 0;
-    if (std::sscanf(version.c_str(), "%u.%u%c", &major, &minor, &rest) < 2 ||
-        (rest != 0 && rest != '.') || major < 5 || major > 99 ||
-        version.size() > 15) {
+    const char *end = version.data() + version.size();
+    const auto first = std::from_chars(version.data(), end, major);
+    if (first.ec != std::errc() || first.ptr == end || *first.ptr != '.') {
         return false;
     }
-    // Apple's build numbers begin with a number that is 4 ahead.
+    const auto second = std::from_chars(first.ptr + 1, end, minor);
+    if (second.ec != std::errc() || (second.ptr != end && *second.ptr != '.') ||
+        major < 5 || major > 99 || version.size() > 15) {
+        return false;
+    }
+    // Build numbers begin with a number that is 4 ahead of the version.
     identity.iosVersion = version;
     identity.buildVersion = std::to_string(major + 4) +
                             static_cast<char>('A' + minor % 26) +

@@ -87,7 +87,7 @@ class ListenSocket
             bind(fd, reinterpret_cast<const sockaddr *>(&address),
                  sizeof address) != 0 ||
             listen(fd, kBacklog) != 0) {
-            complain(path + ": " + std::strerror(errno));
+            complain(path + ": " + errorText(errno));
             close(fd);
             return false;
         }
@@ -101,8 +101,7 @@ class ListenSocket
   private:
     static bool clearPath(const std::string &path, const sockaddr_un &address)
     {
-        struct stat info {
-        };
+        struct stat info = {};
         if (lstat(path.c_str(), &info) != 0) {
             return true; // binding tells if there is another reason
         }
@@ -260,7 +259,7 @@ int sendControlCommand(const std::string &path, const std::string &line)
     }
     const int fd = connectTo(address);
     if (fd < 0) {
-        complain(path + ": " + std::strerror(errno));
+        complain(path + ": " + errorText(errno));
         return 1;
     }
     const std::string request = line + "\n";

@@ -113,7 +113,7 @@ std::string loadDevices(Simulator &simulator)
         auto device = std::make_unique<Device>();
         device->index = static_cast<int>(simulator.devices.size());
         device->folder = folder;
-        const std::string problem = loadDevice(simulator, *device);
+        std::string problem = loadDevice(simulator, *device);
         if (!problem.empty()) {
             return problem;
         }
