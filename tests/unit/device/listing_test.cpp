@@ -115,6 +115,15 @@ TEST_F(Listing, AChangeDropsAnswersSentAhead)
     ASSERT_EQ(info(path, &found), 0);
     EXPECT_EQ(found.size, 0U);
     EXPECT_EQ(libiusb_afc_file_close(afc, file), 0);
+    // Also a change that came through another connection.
+    libiusb_afc *other = nullptr;
+    ASSERT_EQ(libiusb_afc_init(opened->device, &other), 0);
+    names = list("/general_storage/many");
+    ASSERT_EQ(info("/general_storage/many/" + names[0]), 0);
+    path = "/general_storage/many/" + names[1];
+    ASSERT_EQ(libiusb_afc_file_remove(other, path.c_str()), 0);
+    EXPECT_EQ(info(path), LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND);
+    libiusb_afc_exit(other);
 }
 
 TEST_F(Listing, PathsThatTheCallerKnows)
