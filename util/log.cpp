@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
@@ -20,11 +21,11 @@ namespace
 
 constexpr int32_t LOUDEST = 3;
 
-int32_t g_logLevel = LOUDEST;
+std::atomic<int32_t> g_logLevel{LOUDEST};
 char logpath[1024];
 char s[2048];
 std::string chosenFolder; // QNLogUseFolder
-std::mutex logLock;       // guards everything above
+std::mutex logLock;       // guards the buffers and the folder
 
 // Threshold from the environment; anything that is no number leaves the
 // default, and more than the default cannot be had.
@@ -158,10 +159,10 @@ void QNLogInit()
 
 void QNLog(int level, const char *format, ...)
 {
-    const std::lock_guard<std::mutex> guard(logLock);
     if (g_logLevel < level) {
         return;
     }
+    const std::lock_guard<std::mutex> guard(logLock);
     const time_t now = time(nullptr);
     const int fd = openLog(logpath);
     FILE *file = fd < 0 ? nullptr : fdopen(fd, "a+");

@@ -82,9 +82,9 @@ int writeLocked(const char *path, const REQUEST &request, tarni_file_info *fi)
     }
     // A failed write that the device confirmed in part made the file longer;
     // one that wrote nothing did not, however far out it was meant to go.
-    if (written > 0) {
-        noteWritten(context, object,
-                    static_cast<uint64_t>(request.offset) + written);
+    if (ret >= 0 || written > 0) {
+        const auto offset = static_cast<uint64_t>(request.offset);
+        noteWritten(context, object, written > 0 ? offset + written : 0);
     }
     return ret;
 }

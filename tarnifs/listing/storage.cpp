@@ -48,6 +48,9 @@ int readDirectory(libiusb_afc *afc, const char *path, char ***list,
 // What is neither file nor folder keeps the record's mode.
 void fillEntry(_KTL_OBJECT *object, const libiusb_afc_file_info &info)
 {
+    if (object->type == KTL_STAGED) {
+        return; // what it holds is newer than what the device has
+    }
     if (info.file_type == LIBIUSB_FILE_REGULAR) {
         object->mode = KTL_MODE_FILE;
     } else if (info.file_type == LIBIUSB_FILE_FOLDER) {

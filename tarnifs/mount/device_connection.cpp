@@ -133,6 +133,8 @@ int openDevice(libiusb_context *libctx, unsigned int locationId,
         connection->close();
         tarniPause(AFTER_TRUST_US);
     }
+    QNLog(3, "%s libiusb_device_open failed. code : %d", SELF,
+          LIBIUSB_ERROR_TRUST_PENDING);
     return LIBIUSB_ERROR_TRUST_PENDING;
 }
 

@@ -90,8 +90,7 @@ void tarnifs_destroy(void *private_data)
         const TarniLock lock;
         destroyLocked(context);
     }
-    // The lock ends with the mount; a host that starts another one in the same
-    // process finds it fresh.
+    // The lock ends with the mount; tests start another one in the same process.
     pthread_mutex_destroy(&tarni_mutex);
     pthread_mutex_init(&tarni_mutex, nullptr);
 }
