@@ -16,6 +16,8 @@ constexpr size_t kFirstAhead = 512 << 10;
 constexpr size_t kMostAhead = 2 << 20;
 // All files of a connection together.
 constexpr size_t kMostChunkBytes = 16 << 20;
+// After this long without a read a file gives its share to others.
+constexpr int64_t kIdleMs = 1000;
 // What stays behind the reader, because the kernel asks slightly out of order.
 constexpr uint64_t kKeptBehind = 512 << 10;
 // Replies of 0 bytes before the end of a file that are asked for again.
@@ -52,19 +54,19 @@ static void dropBehind(AfcFile &file, uint64_t offset)
     }
 }
 
-// Makes room in the common budget at the cost of the file that was not read for
-// longest.
+// Makes room in the common budget at the cost of a file that nobody reads at the
+// moment. Between files that are all being read nothing is taken away: each
+// would fetch for the other to throw away.
 static void takeFromIdle(const AfcFile &file)
 {
-    AfcFile *idle = nullptr;
     for (auto &entry : file.owner->context->files) {
         AfcFile &other = *entry.second;
         if (&other != &file && other.connection == file.connection &&
-            !other.chunks.empty() && (!idle || other.used < idle->used))
-            idle = &other;
+            !other.chunks.empty() && file.used - other.used > kIdleMs) {
+            dropChunks(other);
+            return;
+        }
     }
-    if (idle)
-        dropChunks(*idle);
 }
 
 static void requestChunk(AfcFile &file, uint64_t offset, size_t want)
