@@ -1,5 +1,6 @@
 #include "tarnifs/catalogue/object.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -63,6 +64,27 @@ void closeHandles(_KTL_OBJECT *object, libiusb_afc *afc)
         object->file_handle = 0;
     }
     CloseHouseArrest(object);
+}
+
+// A file of an app is open through its folder's connection, and counts there:
+// closed on any other it would stay open on the device, and the folder's
+// connection with it.
+void closeThroughFolder(_KTL_OBJECT *object, const char *path)
+{
+    if (object->file_handle == 0 || object->app_id == nullptr ||
+        object->hhandle != 0) {
+        return;
+    }
+    _KTL_OBJECT *folder = GetParentObject(path);
+    if (folder == nullptr || folder->hhandle == 0) {
+        return;
+    }
+    libiusb_afc_file_close(houseOf(folder), object->file_handle);
+    object->file_handle = 0;
+    // Opens of a staged file don't count there; the one that made it does.
+    const uint32_t share = object->type == KTL_STAGED ? 1 : object->open_count;
+    const uint32_t count = folder->open_count;
+    folder->open_count = count - std::min(count, share);
 }
 
 void freeXattrs(_KTL_OBJECT *object)
@@ -265,16 +287,24 @@ _KTL_OBJECT *GetParentObject(const char *path)
     return FindObject(std::string(text.substr(0, slash)).c_str());
 }
 
-int CloseHouseArrest(_KTL_OBJECT *folder)
+int EndHouseArrest(_KTL_OBJECT *folder)
 {
-    libiusb_afc *house = houseOf(folder);
-    if (house == nullptr) {
+    if (folder->hhandle == 0) {
         return 0;
     }
-    folder->hhandle = 0;
-    const int ret = libiusb_housearrest_exit(house);
+    const int ret = libiusb_housearrest_exit(houseOf(folder));
+    if (ret == 0) {
+        folder->hhandle = 0;
+    }
+    return ret;
+}
+
+int CloseHouseArrest(_KTL_OBJECT *folder)
+{
+    const int ret = EndHouseArrest(folder);
     if (ret != 0) {
-        libiusb_housearrest_exit(house);
+        EndHouseArrest(folder);
+        folder->hhandle = 0;
     }
     return ret;
 }
@@ -287,6 +317,7 @@ void DeleteObject(_KTL_OBJECT *object, const char *path)
     }
     // The path may come out of the record itself.
     const std::string asGiven = path;
+    closeThroughFolder(object, asGiven.c_str());
     std::string key;
     if (CatalogueKey(asGiven.c_str(), key)) {
         eraseEntry(key, object);

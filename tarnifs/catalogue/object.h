@@ -112,10 +112,13 @@ void SetPresentTimes(_KTL_OBJECT *object);
 // held. Used as object->app_id = ReplaceString(object->app_id, text).
 char *ReplaceString(char *old, const char *text);
 
-// Ends the house-arrest connection of a folder's record, if any, trying again
-// once: a connection whose ending failed is still there, and nobody would know
-// it any more. 0 or the code of the first try; the record holds none afterwards
-// either way.
+// Ends the house-arrest connection of a folder's record, if any. 0 or the
+// device's code; after a failure the record still holds it.
+int EndHouseArrest(_KTL_OBJECT *folder);
+
+// Likewise, but a failed ending is tried once more: a connection whose ending
+// failed is still there, and nobody would know it any more. 0 or the code of the
+// first try; the record holds none afterwards either way.
 int CloseHouseArrest(_KTL_OBJECT *folder);
 
 // Frees one record: unlinks it, closes its device file and its house-arrest

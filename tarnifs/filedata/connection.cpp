@@ -1,14 +1,41 @@
 #include "tarnifs/filedata/connection.h"
 
+#include <unordered_set>
+
 #include "tarnifs/names/device_path.h"
 #include "tarnifs/notify/dialogs.h"
 #include "util/log.h"
 
+namespace
+{
+
+// Connections on folders that stand for no app, because opening it failed.
+// Every connection on a folder passes through OpenHouseArrest, so an address
+// that comes up again for another connection is judged anew.
+std::unordered_set<uint64_t> withoutApp;
+
+HOUSE_RESULT openApp(uint64_t house, const char *appId)
+{
+    const int ret = libiusb_housearrest_openapp(
+        reinterpret_cast<libiusb_afc *>(house), appId);
+    if (ret == 0) {
+        withoutApp.erase(house);
+    } else {
+        withoutApp.insert(house);
+    }
+    return {ret, HOUSE_OPENAPP};
+}
+
+} // namespace
+
 HOUSE_RESULT OpenHouseArrest(_CONTEXT *context, _KTL_OBJECT *folder,
                              const char *appId)
 {
-    if (folder->hhandle != 0) {
-        return {0, HOUSE_OPENAPP};
+    const uint64_t known = folder->hhandle;
+    if (known != 0) {
+        // Used as it is; without an app nothing in the folder would ever work.
+        return withoutApp.contains(known) ? openApp(known, appId)
+                                          : HOUSE_RESULT{0, HOUSE_OPENAPP};
     }
     libiusb_afc *house = nullptr;
     const int ret = libiusb_housearrest_init(context->device_handle, &house);
@@ -16,7 +43,7 @@ HOUSE_RESULT OpenHouseArrest(_CONTEXT *context, _KTL_OBJECT *folder,
         return {ret, HOUSE_INIT};
     }
     folder->hhandle = reinterpret_cast<uint64_t>(house);
-    return {libiusb_housearrest_openapp(house, appId), HOUSE_OPENAPP};
+    return openApp(folder->hhandle, appId);
 }
 
 void LogHouseFailure(const char *self, const HOUSE_RESULT &result)
@@ -39,18 +66,6 @@ void LogHouseFailure(const char *self, const HOUSE_RESULT &result,
     }
     QNLog(3, "%s libiusb_housearrest_openapp failed. error : %d, App ID : %s",
           self, result.code, appId == nullptr ? "" : appId);
-}
-
-int EndHouseArrest(_KTL_OBJECT *folder)
-{
-    if (folder->hhandle == 0) {
-        return 0;
-    }
-    const int ret = libiusb_housearrest_exit(HouseArrestOf(folder));
-    if (ret == 0) {
-        folder->hhandle = 0;
-    }
-    return ret;
 }
 
 int ReportHouseFailure(const HOUSE_RESULT &result, const char *path)

@@ -15,8 +15,8 @@ struct HOUSE_RESULT {
 
 // Makes sure that a folder's record holds a house-arrest connection to an app;
 // one that is there is used as it is. Nothing is logged. After a failure of the
-// second step the record holds a connection that stands for no app:
-// CloseHouseArrest it.
+// second step the record holds a connection that stands for no app: end it, or
+// leave it to the next call, which tries that step again.
 HOUSE_RESULT OpenHouseArrest(_CONTEXT *context, _KTL_OBJECT *folder,
                              const char *appId);
 
@@ -25,10 +25,6 @@ HOUSE_RESULT OpenHouseArrest(_CONTEXT *context, _KTL_OBJECT *folder,
 void LogHouseFailure(const char *self, const HOUSE_RESULT &result);
 void LogHouseFailure(const char *self, const HOUSE_RESULT &result,
                      const char *appId);
-
-// As CloseHouseArrest, but tried once only: after a failure the record still
-// holds the connection.
-int EndHouseArrest(_KTL_OBJECT *folder);
 
 // Shows what a failed OpenHouseArrest means to the user; returns -ECANCELED.
 int ReportHouseFailure(const HOUSE_RESULT &result, const char *path);

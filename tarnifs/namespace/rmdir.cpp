@@ -49,17 +49,15 @@ void endUnused(_KTL_OBJECT *parent)
 }
 
 // The folder is gone on the device. Its record stays when the connection can't
-// be ended: the caller is told of a failure then.
+// be ended at once: the caller is told of a failure then. The parent's next
+// listing asks the device, so that the record does not stay for good.
 int noteRemoved(_KTL_OBJECT *parent, _KTL_OBJECT *object, const char *path)
 {
-    if (parent->open_count == 0) {
-        const int ret = EndHouseArrest(parent);
-        if (ret != 0) {
-            QNLog(3, "%s libiusb_housearrest_exit failed. error : %d", SELF,
-                  ret);
-            CloseHouseArrest(parent); // once more
-            return ret;
-        }
+    const int ret = parent->open_count == 0 ? CloseHouseArrest(parent) : 0;
+    if (ret != 0) {
+        QNLog(3, "%s libiusb_housearrest_exit failed. error : %d", SELF, ret);
+        NoteListing(parent, false);
+        return ret;
     }
     DeleteObject(object, path);
     return 0;
