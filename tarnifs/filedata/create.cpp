@@ -118,8 +118,11 @@ int CreateFileHandle(const char *path)
     if (object->file_handle == 0) {
         libiusb_file file = 0;
         const bool inApp = folder != nullptr && folder->app_id != nullptr;
-        ret = inApp ? openInApp(context, folder, path, &file)
-                    : openInStorage(context, path, &file);
+        if (inApp) {
+            ret = openInApp(context, folder, path, &file);
+        } else if (BeginsWith(path, STORAGE_AREA)) {
+            ret = openInStorage(context, path, &file);
+        }
         object->file_handle = file;
     }
     if (ret == 0 && object->file_handle == 0) {

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -26,35 +27,37 @@ struct UPLOAD {
 };
 
 // Fills `piece` from the local file; false at its end or when it can't be read.
-bool readPiece(int fd, std::vector<char> *piece, size_t length)
+bool readPiece(int fd, std::vector<char> *piece, size_t length, uint64_t offset)
 {
     std::fill(piece->begin(), piece->end(), '\0');
-    return read(fd, piece->data(), length) > 0;
+    return pread(fd, piece->data(), length, static_cast<off_t>(offset)) > 0;
 }
 
-// 0, or what the failed write means. The whole piece is written whatever was
-// read of it: the size that was seen at the beginning counts.
-int copyAll(const UPLOAD &upload, int fd, uint64_t size)
+// True when everything that the local file held at the beginning was written.
+// Pieces are written whole whatever was read of them: that size counts.
+bool copyAll(const UPLOAD &upload, int fd, uint64_t size)
 {
     std::vector<char> piece(PIECE);
     uint64_t offset = 0;
     while (offset < size) {
         const auto length =
             static_cast<uint32_t>(std::min(size - offset, PIECE));
-        if (!readPiece(fd, &piece, length)) {
-            return 0;
+        if (!readPiece(fd, &piece, length, offset)) {
+            QNLog(3, "%s read staging file failed. offset : %llu", upload.self,
+                  static_cast<unsigned long long>(offset));
+            return false;
         }
         uint32_t written = 0;
         const int ret = libiusb_afc_file_write(
             upload.afc, upload.file, piece.data(), length, offset, &written);
-        if (ret != 0) {
+        if (ret != 0 || written == 0) {
             QNLog(3, "%s libiusb_afc_file_write failed. code : %d", upload.self,
                   ret);
-            return ret;
+            return false;
         }
         offset += written;
     }
-    return 0;
+    return true;
 }
 
 int closeUpload(const UPLOAD &upload)
@@ -86,7 +89,7 @@ int copyToDevice(const UPLOAD &given, const std::string &local,
               upload.self, ret, from);
         return ret;
     }
-    int copied = 0;
+    bool copied = false;
     const int fd = open(local.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) {
         QNLog(3, "%s topath open failed.", upload.self);
@@ -95,7 +98,7 @@ int copyToDevice(const UPLOAD &given, const std::string &local,
         close(fd);
     }
     ret = closeUpload(upload);
-    *complete = copied == 0 && ret == 0;
+    *complete = copied && ret == 0;
     return ret;
 }
 
@@ -146,8 +149,11 @@ int MakeTmpPath(const _CONTEXT *context, const char *path, unsigned mode)
     const int fd =
         open(local.c_str(),
              O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, OWNER_FILE);
-    if (fd >= 0) {
-        close(fd);
+    if (fd < 0) {
+        QNLog(3, "%s open staging file failed. path(%s) errno : %d",
+              "MakeTmpPath", path, errno);
+        return -1;
     }
+    close(fd);
     return 0;
 }
