@@ -21,7 +21,8 @@ struct LISTING {
     tarni_filler filler;
 };
 
-void listEntry(const LISTING &listing, const char *name)
+// An entry that can't be asked about is left out. The device's code.
+int listEntry(const LISTING &listing, const char *name)
 {
     const std::string volumePath = ChildPath(listing.path, name);
     libiusb_afc_file_info info{};
@@ -29,7 +30,7 @@ void listEntry(const LISTING &listing, const char *name)
         listing.house, AppDevicePath(volumePath).c_str(), &info);
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_file_get_info failed. error : %d", SELF, ret);
-        return;
+        return ret;
     }
     _KTL_OBJECT *object = GetObjectWithFileName(volumePath.c_str());
     const bool isFolder = info.file_type == LIBIUSB_FILE_FOLDER;
@@ -41,9 +42,11 @@ void listEntry(const LISTING &listing, const char *name)
     if (listing.filler != nullptr) {
         listing.filler(listing.buffer, name, nullptr, 0);
     }
+    return 0;
 }
 
-// False: the folder could not be read.
+// False: the folder could not be read, or the connection went while its entries
+// were asked about.
 bool listEntries(const LISTING &listing, bool *busy)
 {
     const std::string devicePath = AppDevicePath(listing.path);
@@ -68,13 +71,13 @@ bool listEntries(const LISTING &listing, bool *busy)
               ret);
         return false;
     }
+    bool lost = false;
     for (char **name = list; *name != nullptr; ++name) {
-        if (!IsHiddenName(*name)) {
-            listEntry(listing, *name);
-        }
+        ret = IsHiddenName(*name) ? 0 : listEntry(listing, *name);
+        lost = lost || ret == LIBIUSB_ERROR_LOST_CONNECTION;
     }
     libiusb_misc_free_strings_array(list);
-    return true;
+    return !lost;
 }
 
 // Ends the connection, a second time when the first failed.
@@ -113,7 +116,7 @@ int ListAppFolder(_CONTEXT *context, _KTL_OBJECT *folder, const char *path,
         sendPipeMsg(BUSY_OFF);
     }
     if (!read) {
-        NoteListing(folder, false); // empty for now
+        NoteListing(folder, false); // what there is, for now
     }
     return ret;
 }

@@ -55,17 +55,22 @@ std::string freeFolder(const std::string &name)
     return candidate;
 }
 
+// What can't be a folder's name, whatever its characters.
+bool isImpossible(const char *name)
+{
+    return name[0] == '\0' || strlen(name) >= NAME_SIZE ||
+           strcmp(name, ".") == 0 || strcmp(name, "..") == 0;
+}
+
 // The canonical form of an app's name. False after logging: the walk ends.
 bool convertName(const libiusb_app &app, std::string *name)
 {
-    const size_t length = strlen(app.name);
-    const std::unique_ptr<char[]> buffer(
-        length < NAME_SIZE ? new (std::nothrow) char[NAME_SIZE]() : nullptr);
+    const std::unique_ptr<char[]> buffer(new (std::nothrow) char[NAME_SIZE]());
     if (buffer == nullptr) {
         QNLog(3, "%s Low memory!", SELF);
         return false;
     }
-    if (length == 0 || getUTF8MACName(app.name, buffer.get()) != 0) {
+    if (isImpossible(app.name) || getUTF8MACName(app.name, buffer.get()) != 0) {
         QNLog(3, "%s getUTF8MACName failed. target App Name : %s", SELF,
               app.name);
         return false;
