@@ -15,14 +15,15 @@ namespace
 
 constexpr const char *SELF = "movetoapps";
 
-// A house-arrest client of one move; ended with it.
+// A house-arrest client of one move; ended with it, a second time when the first
+// fails.
 class Client
 {
   public:
     Client() = default;
     ~Client()
     {
-        if (handle != nullptr) {
+        if (handle != nullptr && libiusb_housearrest_exit(handle) != 0) {
             libiusb_housearrest_exit(handle);
         }
     }
@@ -80,7 +81,11 @@ int movetoapps(_CONTEXT *context, const char *from, const char *to)
     if (!sameApp || folder == nullptr) {
         return LIBIUSB_ERROR_AFC_OP_NOT_SUPPORTED;
     }
-    _KTL_OBJECT *source = GetObject(from);
+    const _KTL_OBJECT *source = GetObject(from);
+    if (source->mode == KTL_MODE_FILE &&
+        source->size >= context->device_info.free_capacity) {
+        return LIBIUSB_ERROR_NO_SPACE;
+    }
     Client client;
     int ret = client.open(context, folder->app_id);
     if (ret == 0) {
@@ -89,13 +94,13 @@ int movetoapps(_CONTEXT *context, const char *from, const char *to)
     if (ret != 0) {
         return ret;
     }
-    _KTL_OBJECT *target = MakeTarget(to, source);
+    _KTL_OBJECT *target = NoteRenamed(from, to);
     if (target->app_id == nullptr) {
         target->app_id = ReplaceString(nullptr, folder->app_id);
     }
-    TakeOver(target, source, from, folder);
-    if (target->mode == KTL_MODE_FOLDER) {
-        NoteListing(target, enumApps(context, to, nullptr, nullptr) == 0);
+    if (target->mode == KTL_MODE_FOLDER &&
+        enumApps(context, to, nullptr, nullptr) != 0) {
+        NoteListing(target, false);
     }
     return 0;
 }

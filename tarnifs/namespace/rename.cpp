@@ -1,6 +1,5 @@
 #include "tarnifs/namespace/rename.h"
 
-#include <cerrno>
 #include <string>
 
 #include "tarnifs/catalogue/key.h"
@@ -66,8 +65,7 @@ int renameInStorage(_CONTEXT *context, _KTL_OBJECT *source, const char *from,
               SELF, deviceFrom.c_str(), deviceTo.c_str(), ret);
         return ret;
     }
-    _KTL_OBJECT *target = MakeTarget(to, source);
-    TakeOver(target, source, from, GetParentObject(to));
+    _KTL_OBJECT *target = NoteRenamed(from, to);
     if (target->mode == KTL_MODE_FOLDER) {
         NoteListing(target, enumStorage(context, to, nullptr, nullptr, 0) == 0);
     }
@@ -75,19 +73,21 @@ int renameInStorage(_CONTEXT *context, _KTL_OBJECT *source, const char *from,
 }
 
 // "/Apps" into a storage folder: a folder with a copy of each app's documents.
+// What the target's record was stays until the device has made the folder.
 int copyApps(_CONTEXT *context, const char *from, const char *to)
 {
     _KTL_OBJECT *apps = GetObject(from);
-    _KTL_OBJECT *target = MakeTarget(to, apps);
-    if (!HasChildren(apps)) {
-        enumApps(context, from, nullptr, nullptr);
+    int ret = HasChildren(apps) ? 0 : enumApps(context, from, nullptr, nullptr);
+    if (ret != 0) {
+        return ret;
     }
-    int ret = libiusb_afc_make_directory(context->afc_handle,
-                                         StorageDevicePath(to).c_str());
+    ret = libiusb_afc_make_directory(context->afc_handle,
+                                     StorageDevicePath(to).c_str());
     if (ret != 0) {
         QNLog(3, "%s make directory failed. to : %s", SELF, to);
         return ret;
     }
+    _KTL_OBJECT *target = MakeTarget(to, apps);
     target->mode = KTL_MODE_FOLDER;
     SetPresentTimes(target);
     _KTL_OBJECT *folder = GetParentObject(to);
@@ -159,6 +159,8 @@ _KTL_OBJECT *MakeTarget(const char *to, const _KTL_OBJECT *source)
 {
     _KTL_OBJECT *existing = FindObject(to);
     if (existing != nullptr && existing == source) {
+        existing->file_name =
+            ReplaceString(existing->file_name, LastComponent(to));
         return existing;
     }
     if (existing != nullptr) {
@@ -168,27 +170,29 @@ _KTL_OBJECT *MakeTarget(const char *to, const _KTL_OBJECT *source)
     return GetObjectWithFileName(to);
 }
 
-void TakeOver(_KTL_OBJECT *target, _KTL_OBJECT *source, const char *from,
-              _KTL_OBJECT *folder)
+_KTL_OBJECT *NoteRenamed(const char *from, const char *to)
 {
-    if (target == source) {
-        return;
-    }
+    _KTL_OBJECT *target = MakeTarget(to, FindObject(from));
+    // Looked up anew: it may have lain below what the target replaced.
+    _KTL_OBJECT *source = GetObject(from);
     if (source->mode == KTL_MODE_FOLDER) {
         DeleteChildObject(source, from);
     }
-    target->birth_time = source->birth_time;
-    target->size = source->size;
-    target->mode = source->mode;
-    target->xattr_list = source->xattr_list;
-    source->xattr_list = nullptr;
-    const int64_t birth = target->birth_time;
+    const int64_t birth = source->birth_time;
     SetPresentTimes(target);
     target->birth_time = birth;
+    _KTL_OBJECT *folder = GetParentObject(to);
     if (folder != nullptr) {
         LinkChild(folder, target);
     }
-    DeleteObject(source, from);
+    if (target != source) {
+        target->size = source->size;
+        target->mode = source->mode;
+        target->xattr_list = source->xattr_list;
+        source->xattr_list = nullptr;
+        DeleteObject(source, from);
+    }
+    return target;
 }
 
 int tarnifs_rename(const char *from, const char *to)

@@ -30,11 +30,12 @@ int movetoapps(_CONTEXT *context, const char *from, const char *to);
 
 // Makes room for a rename's target: a record that it replaces is deleted, with
 // everything below it, and a fresh one is registered and named. A target that is
-// the source itself, spelled differently, is left and given back.
+// the source itself, spelled differently, takes the new spelling and is given
+// back.
 _KTL_OBJECT *MakeTarget(const char *to, const _KTL_OBJECT *source);
 
-// After the device renamed: the target's record takes over what the source's
-// held and its place in the folder's list; the source's record, and what was
-// listed below it, is deleted.
-void TakeOver(_KTL_OBJECT *target, _KTL_OBJECT *source, const char *from,
-              _KTL_OBJECT *folder);
+// After the device renamed: the target's record, at the end of its folder's
+// list, takes over what the source's held; the source's record, and what was
+// listed below it, is deleted. Gives the target, whose own children are not
+// listed yet.
+_KTL_OBJECT *NoteRenamed(const char *from, const char *to);
