@@ -2,10 +2,13 @@
 
 #include "tarnifs/catalogue/attributes.h"
 #include "tarnifs/catalogue/xattrs.h"
+#include "tarnifs/filedata/create.h"
 #include "tarnifs/filedata/filedata.h"
 #include "tarnifs/listing/readdir.h"
 #include "tarnifs/mount/startup.h"
 #include "tarnifs/mount/statistics.h"
+#include "tarnifs/namespace/make_remove.h"
+#include "tarnifs/namespace/rename.h"
 
 // Deliberately absent, so that the FUSE library answers or refuses them itself:
 // readlink, mknod, symlink, link, flush, fsync, listxattr, opendir, releasedir,
@@ -28,9 +31,9 @@ const tarni_operations tarni_opers = {
     .read = tarnifs_read,
     .write = tarnifs_write,
     .release = tarnifs_release,
-    .create = nullptr,
-    .mkdir = nullptr,
-    .rmdir = nullptr,
-    .unlink = nullptr,
-    .rename = nullptr,
+    .create = tarnifs_create,
+    .mkdir = tarnifs_mkdir,
+    .rmdir = tarnifs_rmdir,
+    .unlink = tarnifs_unlink,
+    .rename = tarnifs_rename,
 };

@@ -36,6 +36,5 @@ struct tarni_operations {
     int (*rename)(const char *from, const char *to);
 };
 
-// Complete before main runs; never changes. Members that are null are not
-// supported (create, mkdir, rmdir, unlink and rename at present).
+// Complete before main runs; never changes. No member is null.
 extern const tarni_operations tarni_opers;

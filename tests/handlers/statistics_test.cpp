@@ -57,7 +57,7 @@ TEST_F(Statistics, AccessKnowsWhatWasListed)
     EXPECT_EQ(tarni_opers.access("/Storage/a", 7), 0);
 }
 
-TEST(OperationTable, HoldsWhatIsSupportedAndNothingElse)
+TEST(OperationTable, HasAHandlerForEveryRequest)
 {
     // Through bytes, so that a member added to the table can't be forgotten.
     const size_t members = sizeof(tarni_opers) / sizeof(void *);
@@ -65,7 +65,7 @@ TEST(OperationTable, HoldsWhatIsSupportedAndNothingElse)
     void *slots[21];
     memcpy(slots, &tarni_opers, sizeof(slots));
     for (size_t i = 0; i < members; ++i) {
-        EXPECT_EQ(slots[i] == nullptr, i >= 16) << i;
+        EXPECT_NE(slots[i], nullptr) << i;
     }
 }
 
