@@ -67,9 +67,7 @@ TEST_F(FileData, OneDeviceFileServesAllOpens)
     ASSERT_EQ(open("/Storage/a.txt", &one), 0);
     ASSERT_EQ(open("/Storage/a.txt", &two), 0);
     EXPECT_EQ(one.fh, reinterpret_cast<uint64_t>(object("/Storage/a.txt")));
-    EXPECT_EQ(memoryWorld.calls,
-              std::vector<std::string>{
-                  "libiusb_afc_file_open /general_storage/a.txt:6"});
+    EXPECT_EQ(memoryWorld.count("libiusb_afc_file_open"), 1);
     EXPECT_EQ(release("/Storage/a.txt", &one), 0);
     EXPECT_EQ(read("/Storage/a.txt", &two, 5, 7), "world");
     EXPECT_EQ(memoryWorld.count("libiusb_afc_file_close"), 0);

@@ -205,6 +205,31 @@ int MountTest::write(const std::string &path, tarni_file_info *fi,
                              fi);
 }
 
+int MountTest::create(const std::string &path, tarni_file_info *fi)
+{
+    return tarni_opers.create(path.c_str(), 0644, fi);
+}
+
+int MountTest::mkdir(const std::string &path)
+{
+    return tarni_opers.mkdir(path.c_str(), 0755);
+}
+
+int MountTest::rmdir(const std::string &path)
+{
+    return tarni_opers.rmdir(path.c_str());
+}
+
+int MountTest::unlink(const std::string &path)
+{
+    return tarni_opers.unlink(path.c_str());
+}
+
+int MountTest::rename(const std::string &from, const std::string &to)
+{
+    return tarni_opers.rename(from.c_str(), to.c_str());
+}
+
 _KTL_OBJECT *MountTest::object(const std::string &path)
 {
     const TarniLock lock;
@@ -284,6 +309,44 @@ void MountTest::expectError(const std::string &text)
     const Raised got = raised();
     EXPECT_EQ(got.title, "Quorvel Error!!");
     EXPECT_EQ(got.text, text);
+}
+
+void MountTest::expectRefusal(const std::string &text)
+{
+    const Raised got = raised();
+    EXPECT_EQ(got.title, "Quorvel Notification");
+    EXPECT_EQ(got.text, text);
+}
+
+void MountTest::expectTold(int ret, int code)
+{
+    const Raised got = raised();
+    if (ret != -ECANCELED) {
+        EXPECT_EQ(got.text, "");
+        EXPECT_TRUE(ret == 0 || ret == code) << ret;
+        return;
+    }
+    EXPECT_EQ(got.title, "Quorvel Error!!");
+    const std::string number = "Error Code : " + std::to_string(code);
+    if (code == LIBIUSB_ERROR_LOST_CONNECTION) {
+        EXPECT_EQ(got.text.rfind("Lost USB ", 0), 0U) << got.text;
+    } else if (got.text != "Not enough space on device.") {
+        EXPECT_NE(got.text.find(number), std::string::npos) << got.text;
+    } else {
+        EXPECT_EQ(code, LIBIUSB_ERROR_NO_SPACE);
+    }
+}
+
+void MountTest::expectShown(const std::string &path, MemoryTree &tree,
+                            const std::string &devicePath)
+{
+    std::vector<std::string> shown = list(path);
+    ASSERT_GE(shown.size(), 2U);
+    shown.erase(shown.begin(), shown.begin() + 2);
+    std::vector<std::string> there = tree.addFolder(devicePath).names;
+    std::sort(shown.begin(), shown.end());
+    std::sort(there.begin(), there.end());
+    EXPECT_EQ(shown, there) << path;
 }
 
 void MountTest::expectNothingRaised()

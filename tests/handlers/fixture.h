@@ -60,6 +60,9 @@ struct Raised {
     std::string text;
 };
 
+// For failure sweeps: a lost connection, a full device, anything else.
+const std::vector<int> FAILURE_CODES = {-32, -62, -212};
+
 class MountTest : public testing::Test
 {
   protected:
@@ -83,6 +86,11 @@ class MountTest : public testing::Test
                      off_t offset, int *ret = nullptr);
     int write(const std::string &path, tarni_file_info *fi,
               const std::string &data, off_t offset);
+    int create(const std::string &path, tarni_file_info *fi);
+    int mkdir(const std::string &path);
+    int rmdir(const std::string &path);
+    int unlink(const std::string &path);
+    int rename(const std::string &from, const std::string &to);
     // An app folder with its records, as a listing of the apps area leaves
     // them; the app is on the device.
     void addApp(const std::string &name, const std::string &bundleId,
@@ -96,7 +104,14 @@ class MountTest : public testing::Test
     // What was raised since the last call.
     Raised raised();
     void expectError(const std::string &text);
+    void expectRefusal(const std::string &text);
     void expectNothingRaised();
+    // That the user was told once of a failure with `code`, or that the
+    // operation passed, or handed on what ending a connection said.
+    void expectTold(int ret, int code);
+    // That the volume shows of a folder what the device has in it.
+    void expectShown(const std::string &path, MemoryTree &tree,
+                     const std::string &devicePath);
 
     // Lines of the log, without time and process id.
     std::vector<std::string> log() const;

@@ -239,6 +239,13 @@ std::string MemoryWorld::open() const
     return out.str();
 }
 
+int MemoryWorld::houses() const
+{
+    return static_cast<int>(std::count_if(
+        handles.afcs.begin(), handles.afcs.end(),
+        [](const auto &each) { return each->alive && each->house; }));
+}
+
 const char *libiusb_strerror(int)
 {
     return "memory device";

@@ -85,6 +85,8 @@ class MemoryWorld
 
     // What is still open, as text; empty when everything was closed.
     std::string open() const;
+    // House-arrest handles that are open.
+    int houses() const;
     // Calls that a caller must never make: a closed, stale or foreign handle,
     // something closed twice.
     std::vector<std::string> violations;
