@@ -56,6 +56,39 @@ TEST_F(ToolsTest, CopyingOut)
     EXPECT_TRUE(volume->Dialogs().empty());
 }
 
+// Several programs at once, each with its own idea of what to do.
+TEST_F(ToolsTest, ManyAtOnce)
+{
+    for (int i = 0; i < 4; ++i) {
+        device->Put("own/" + std::to_string(i), "");
+    }
+    const Words lines = {
+        "for n in 1 2 3; do cp -r " + Tree() + " a$n; done",
+        "for n in 1 2 3; do cat " + Tree() + "/sub/big.bin > b$n; done",
+        "for n in $(seq 20); do ls -lR " + Tree() + " >/dev/null; done",
+        "for n in $(seq 50); do test ! -e " + Tree() + "/no$n; done",
+        "for n in $(seq 20); do seq $n 5000 > '" + Storage("own/0") + "'; done",
+        "for n in $(seq 20); do seq $n 900 >> '" + Storage("own/1") + "'; done",
+    };
+    std::vector<std::unique_ptr<Process>> programs;
+    for (const std::string &line : lines) {
+        programs.push_back(std::make_unique<Process>(
+            Words{"sh", "-ec", "cd '" + work + "'; " + line}, Environment(),
+            work + "/programs.log"));
+    }
+    for (const auto &program : programs) {
+        EXPECT_EQ(program->Wait(PATIENCE), 0) << program->Output();
+    }
+    for (const char *copy : {"a1", "a2", "a3"}) {
+        ExpectCopy(copy);
+    }
+    EXPECT_EQ(Shell("cmp b3 '" + device->Storage("tree/sub/big.bin") + "'"),
+              "");
+    EXPECT_EQ(device->Get("own/0"), Shell("seq 20 5000"));
+    EXPECT_EQ(device->Get("own/1"),
+              Shell("for n in $(seq 20); do seq $n 900; done"));
+}
+
 TEST_F(ToolsTest, LookingAround)
 {
     const std::string list = Shell("ls -l " + Tree());

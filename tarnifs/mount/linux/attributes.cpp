@@ -19,7 +19,7 @@ namespace
 constexpr blkcnt_t BLOCK = 512; // the unit of st_blocks
 
 // Programs copy in pieces of this size.
-constexpr blksize_t PREFERRED_PIECE = 1024 * 1024;
+constexpr blksize_t PREFERRED_PIECE = 1048576;
 
 constexpr unsigned long NAME_LENGTH = 255;
 

@@ -2,7 +2,6 @@
 // waited for. Which program: QUORVEL_DIALOG, else the first of the usual ones
 // that is there and can reach a display, else the system log.
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -10,6 +9,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -29,11 +29,12 @@ std::condition_variable dialog_ended;
 pid_t dialog_pid = 0;      // the program on the screen, 0: none
 bool dialogs_over = false; // set for good by hostEndDialog
 
-bool IsSet(const char *name)
+// Null when it is not set, or empty.
+const char *Setting(const char *name)
 {
     const char *value = getenv(name); // NOLINT(concurrency-mt-unsafe): nobody
                                       // changes the environment
-    return value != nullptr && *value != '\0';
+    return value != nullptr && *value != '\0' ? value : nullptr;
 }
 
 // The file to run for a program's name, searched in PATH; "" without one.
@@ -42,11 +43,11 @@ std::string ProgramFile(const std::string &name)
     if (name.find('/') != std::string::npos) {
         return name;
     }
-    const char *path = getenv("PATH"); // NOLINT(concurrency-mt-unsafe)
+    const char *path = Setting("PATH");
     std::string rest = path == nullptr ? "/usr/bin:/bin" : path;
     while (!rest.empty()) {
         const size_t colon = rest.find(':');
-        const std::string file = rest.substr(0, colon) + "/" + name;
+        std::string file = rest.substr(0, colon) + "/" + name;
         if (access(file.c_str(), X_OK) == 0) {
             return file;
         }
@@ -72,22 +73,23 @@ std::string WithoutMarkup(const std::string &text)
 std::vector<Words> Commands(const std::string &title, const std::string &text,
                             const std::string &button)
 {
-    if (IsSet("QUORVEL_DIALOG")) {
-        // NOLINTNEXTLINE(concurrency-mt-unsafe)
-        return {{getenv("QUORVEL_DIALOG"), title, text, button}};
+    const char *chosen = Setting("QUORVEL_DIALOG");
+    if (chosen != nullptr) {
+        return {{chosen, title, text, button}};
     }
     std::vector<Words> commands;
-    if (IsSet("DISPLAY") || IsSet("WAYLAND_DISPLAY")) {
+    if (Setting("DISPLAY") != nullptr ||
+        Setting("WAYLAND_DISPLAY") != nullptr) {
         commands.push_back({"zenity", "--warning", "--no-markup",
                             "--title=" + title, "--text=" + text,
                             "--ok-label=" + button});
         commands.push_back({"kdialog", "--title", title, "--sorry", text});
     }
-    if (IsSet("DISPLAY")) {
+    if (Setting("DISPLAY") != nullptr) {
         commands.push_back({"xmessage", "-center", "-title", title, "-buttons",
                             button + ":0", text});
     }
-    if (IsSet("DBUS_SESSION_BUS_ADDRESS")) {
+    if (Setting("DBUS_SESSION_BUS_ADDRESS") != nullptr) {
         commands.push_back({"notify-send", "--", title, WithoutMarkup(text)});
     }
     return commands;
@@ -184,7 +186,7 @@ bool DialogsOver()
 
 void hostShowDialog(const char *title, const char *text, const char *button)
 {
-    const bool chosen_by_user = IsSet("QUORVEL_DIALOG");
+    const bool chosen_by_user = Setting("QUORVEL_DIALOG") != nullptr;
     for (const Words &command : Commands(title, text, button)) {
         if (Show(command, chosen_by_user) || DialogsOver()) {
             return;

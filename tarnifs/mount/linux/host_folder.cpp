@@ -57,7 +57,7 @@ bool TakeOver(const char *path)
     if (folder.fd < 0) {
         return Refuse(path, errno == ENOTDIR || errno == ELOOP
                                 ? "it is a link or no folder"
-                                : strerror(errno));
+                                : strerrordesc_np(errno));
     }
     struct stat st {
     };
@@ -68,7 +68,7 @@ bool TakeOver(const char *path)
         return true;
     }
     if (fchmod(folder.fd, 0700) != 0) {
-        return Refuse(path, strerror(errno));
+        return Refuse(path, strerrordesc_np(errno));
     }
     if ((st.st_mode & 022) != 0) {
         EmptyFolder(path);
@@ -84,7 +84,7 @@ bool hostMakePrivateFolder(const char *path)
         return true;
     }
     if (errno != EEXIST) {
-        return Refuse(path, strerror(errno));
+        return Refuse(path, strerrordesc_np(errno));
     }
     return TakeOver(path);
 }

@@ -56,8 +56,7 @@ bool IsFolder(const char *path)
         return false;
     }
     if (stat(path, &st) != 0) {
-        fprintf(stderr, "quorvelfs: %s: %s\n", path,
-                strerror(errno)); // NOLINT(concurrency-mt-unsafe)
+        fprintf(stderr, "quorvelfs: %s: %s\n", path, strerrordesc_np(errno));
         return false;
     }
     if (!S_ISDIR(st.st_mode)) {
