@@ -315,7 +315,7 @@ TEST_F(Namespace, AConnectionThatCannotBeEnded)
     EXPECT_EQ(rmdir("/Apps/Notes/more"), -212);
     expectLogged("tarnifs_rmdir libiusb_housearrest_exit failed. error : -212");
     EXPECT_NE(object("/Apps/Notes/more"), nullptr);
-    EXPECT_EQ(app()->hhandle, 0U);
+    EXPECT_EQ(Value(app()->hhandle), 0U);
     EXPECT_EQ(memoryWorld.houses(), 0);
     expectShown("/Apps/Notes", sandbox(), "/Documents");
     EXPECT_EQ(object("/Apps/Notes/more"), nullptr);

@@ -427,7 +427,7 @@ TEST_F(Rename, EveryFailingCallLeavesAVolumeThatWorks)
                     memoryWorld.violations.clear();
                 }
                 expectAllShown();
-                // The data is somewhere: here, or there.
+                // One name or the other.
                 EXPECT_EQ(object(each.from) == nullptr, ret == 0);
                 if (ret != 0) {
                     ret = rename(each.from, each.to);
