@@ -1,0 +1,368 @@
+#include "tests/mounted/exerciser.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <random>
+#include <set>
+#include <vector>
+
+namespace
+{
+
+constexpr size_t MOST_OPEN = 6;
+constexpr size_t LARGEST_PIECE = 70000;
+constexpr off_t LARGEST_FILE = 300000;
+constexpr size_t DEEPEST = 3;
+
+// The outcome of one call on one side.
+struct Result {
+    long value = 0; // -errno when it failed
+    std::string data;
+
+    bool operator==(const Result &) const = default;
+};
+
+Result Of(long value)
+{
+    return {value < 0 ? -errno : value, {}};
+}
+
+// One open file, on both sides.
+struct Pair {
+    std::array<int, 2> fd;
+};
+
+class Exerciser
+{
+  public:
+    Exerciser(const std::string &volume, const std::string &plain,
+              uint32_t seed)
+        : roots{volume, plain}, random(seed)
+    {
+    }
+    ~Exerciser()
+    {
+        while (!open_files.empty()) {
+            Close();
+        }
+    }
+    Exerciser(const Exerciser &) = delete;
+    Exerciser &operator=(const Exerciser &) = delete;
+
+    std::string Run(unsigned steps)
+    {
+        for (unsigned step = 0; step < steps && difference.empty(); ++step) {
+            Step();
+            if (!difference.empty()) {
+                difference = "step " + std::to_string(step) + ": " + difference;
+            }
+        }
+        while (!open_files.empty()) {
+            Close();
+        }
+        if (difference.empty()) {
+            CompareTree("");
+        }
+        return difference;
+    }
+
+  private:
+    size_t Below(size_t limit)
+    {
+        return std::uniform_int_distribution<size_t>(0, limit - 1)(random);
+    }
+
+    // A path that may or may not be there: few names, so that they meet.
+    std::string AnyPath()
+    {
+        static const std::array<const char *, 7> names = {
+            "a", "b.txt", "Übung c", "d", "e.txt", "folder", "写真"};
+        std::string path;
+        const size_t depth = 1 + Below(DEEPEST);
+        for (size_t i = 0; i < depth; ++i) {
+            path += "/";
+            path += names[Below(names.size())];
+        }
+        return path;
+    }
+
+    std::string Bytes()
+    {
+        std::string bytes(1 + Below(LARGEST_PIECE), '\0');
+        for (char &byte : bytes) {
+            byte = static_cast<char>(random());
+        }
+        return bytes;
+    }
+
+    // Makes a call on both sides; a difference ends the run.
+    template <typename Call>
+    bool Both(const std::string &what, Call call)
+    {
+        std::array<Result, 2> results;
+        for (size_t side = 0; side < 2; ++side) {
+            results[side] = call(side);
+        }
+        if (results[0] == results[1]) {
+            return results[0].value >= 0;
+        }
+        difference = what + ": the volume gives " +
+                     std::to_string(results[0].value) + ", a disk " +
+                     std::to_string(results[1].value);
+        if (results[0].value == results[1].value) {
+            difference += " with other data";
+        }
+        return false;
+    }
+
+    std::string At(size_t side, const std::string &path) const
+    {
+        return roots[side] + path;
+    }
+
+    void Open()
+    {
+        static const std::array<int, 6> modes = {
+            O_RDWR | O_CREAT,           O_RDWR | O_CREAT | O_EXCL,
+            O_RDWR | O_CREAT | O_TRUNC, O_RDWR,
+            O_WRONLY | O_APPEND,        O_RDWR | O_APPEND | O_CREAT};
+        if (open_files.size() >= MOST_OPEN) {
+            Close();
+        }
+        const std::string path = AnyPath();
+        const int flags = modes[Below(modes.size())];
+        Pair pair{};
+        const bool opened = Both("open " + path, [&](size_t side) {
+            pair.fd[side] =
+                open(At(side, path).c_str(), flags | O_CLOEXEC, 0666);
+            return Of(std::min(pair.fd[side], 0));
+        });
+        if (opened) {
+            open_files.push_back(pair);
+        }
+    }
+
+    void Close()
+    {
+        const size_t which = Below(open_files.size());
+        const Pair pair = open_files[which];
+        open_files.erase(open_files.begin() +
+                         static_cast<std::ptrdiff_t>(which));
+        Both("close", [&](size_t side) { return Of(close(pair.fd[side])); });
+    }
+
+    void Write(const Pair &pair)
+    {
+        const std::string bytes = Bytes();
+        const off_t offset = static_cast<off_t>(Below(LARGEST_FILE));
+        Both("write", [&](size_t side) {
+            // At the end of a file opened for appending, else at the offset.
+            const bool append = (fcntl(pair.fd[side], F_GETFL) & O_APPEND) != 0;
+            return Of(append ? write(pair.fd[side], bytes.data(), bytes.size())
+                             : pwrite(pair.fd[side], bytes.data(), bytes.size(),
+                                      offset));
+        });
+    }
+
+    void Read(const Pair &pair)
+    {
+        const size_t size = 1 + Below(LARGEST_PIECE);
+        const off_t offset = static_cast<off_t>(Below(LARGEST_FILE));
+        Both("read", [&](size_t side) {
+            std::string bytes(size, '\0');
+            const Result result =
+                Of(pread(pair.fd[side], bytes.data(), size, offset));
+            bytes.resize(static_cast<size_t>(std::max(result.value, long{0})));
+            return Result{result.value, bytes};
+        });
+    }
+
+    void Cut(const Pair &pair)
+    {
+        const off_t size = static_cast<off_t>(Below(LARGEST_FILE));
+        Both("ftruncate",
+             [&](size_t side) { return Of(ftruncate(pair.fd[side], size)); });
+    }
+
+    void Size(const Pair &pair)
+    {
+        Both("fstat", [&](size_t side) {
+            struct stat st {
+            };
+            const Result result = Of(fstat(pair.fd[side], &st));
+            return result.value < 0 ? result : Of(st.st_size);
+        });
+    }
+
+    void OnOpenFile()
+    {
+        if (open_files.empty()) {
+            Open();
+            return;
+        }
+        const Pair pair = open_files[Below(open_files.size())];
+        switch (Below(8)) {
+        case 0:
+            return Cut(pair);
+        case 1:
+            return Size(pair);
+        case 2:
+        case 3:
+        case 4:
+            return Read(pair);
+        default:
+            return Write(pair);
+        }
+    }
+
+    static Result Look(const std::string &path)
+    {
+        struct stat st {
+        };
+        const Result result = Of(stat(path.c_str(), &st));
+        if (result.value < 0 || S_ISDIR(st.st_mode)) {
+            return {result.value, "folder"};
+        }
+        return {st.st_size, "file"};
+    }
+
+    static Result Names(const std::string &path)
+    {
+        DIR *folder = opendir(path.c_str());
+        if (folder == nullptr) {
+            return Of(-1);
+        }
+        std::set<std::string> names;
+        while (const dirent *entry = readdir(folder)) {
+            names.insert(entry->d_name);
+        }
+        closedir(folder);
+        Result result;
+        for (const std::string &name : names) {
+            if (name[0] != '.') {
+                result.data += name + "\n";
+            }
+        }
+        return result;
+    }
+
+    void Rename()
+    {
+        const std::string from = AnyPath();
+        const std::string to = AnyPath();
+        Both("rename " + from + " " + to, [&](size_t side) {
+            return Of(rename(At(side, from).c_str(), At(side, to).c_str()));
+        });
+    }
+
+    void OnPath()
+    {
+        const std::string path = AnyPath();
+        switch (Below(7)) {
+        case 0:
+            Both("mkdir " + path, [&](size_t side) {
+                return Of(mkdir(At(side, path).c_str(), 0777));
+            });
+            return;
+        case 1:
+            Both("rmdir " + path, [&](size_t side) {
+                return Of(rmdir(At(side, path).c_str()));
+            });
+            return;
+        case 2:
+            Both("unlink " + path, [&](size_t side) {
+                // Removing a folder so is EISDIR here and EPERM elsewhere.
+                const Result result = Of(unlink(At(side, path).c_str()));
+                return Result{result.value == -EPERM ? -EISDIR : result.value,
+                              {}};
+            });
+            return;
+        case 3: {
+            const off_t size = static_cast<off_t>(Below(LARGEST_FILE));
+            Both("truncate " + path, [&](size_t side) {
+                return Of(truncate(At(side, path).c_str(), size));
+            });
+            return;
+        }
+        case 4:
+            Both("list " + path,
+                 [&](size_t side) { return Names(At(side, path)); });
+            return;
+        case 5:
+            return Rename();
+        default:
+            Both("stat " + path,
+                 [&](size_t side) { return Look(At(side, path)); });
+            return;
+        }
+    }
+
+    void Step()
+    {
+        switch (Below(4)) {
+        case 0:
+            return Below(2) == 0 || open_files.empty() ? Open() : Close();
+        case 1:
+            return OnPath();
+        default:
+            return OnOpenFile();
+        }
+    }
+
+    static Result Contents(const std::string &path)
+    {
+        const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) {
+            return Of(-1);
+        }
+        Result result;
+        std::array<char, 65536> piece;
+        ssize_t got = 0;
+        while ((got = read(fd, piece.data(), piece.size())) > 0) {
+            result.data.append(piece.data(), static_cast<size_t>(got));
+        }
+        result.value = got < 0 ? -errno : 0;
+        close(fd);
+        return result;
+    }
+
+    void CompareTree(const std::string &path)
+    {
+        Both("list " + path,
+             [&](size_t side) { return Names(At(side, path)); });
+        const std::string names = Names(At(1, path)).data;
+        for (size_t at = 0; at < names.size() && difference.empty();) {
+            const size_t end = names.find('\n', at);
+            const std::string child = path + "/" + names.substr(at, end - at);
+            at = end + 1;
+            Both("stat " + child,
+                 [&](size_t side) { return Look(At(side, child)); });
+            if (Look(At(1, child)).data == "folder") {
+                CompareTree(child);
+            } else {
+                Both("contents of " + child,
+                     [&](size_t side) { return Contents(At(side, child)); });
+            }
+        }
+    }
+
+    const std::array<std::string, 2> roots;
+    std::mt19937 random;
+    std::vector<Pair> open_files;
+    std::string difference;
+};
+
+} // namespace
+
+std::string Exercise(const std::string &volume, const std::string &plain,
+                     uint32_t seed, unsigned steps)
+{
+    return Exerciser(volume, plain, seed).Run(steps);
+}
