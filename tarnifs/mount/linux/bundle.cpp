@@ -8,6 +8,13 @@
 #include "tarnifs/mount/host.h"
 #include "util/log.h"
 
+namespace
+{
+
+constexpr const char *SELF = "getBundlePath";
+
+} // namespace
+
 // The folder above the one that the program lies in: "/usr" for
 // "/usr/bin/quorvelfs".
 int hostBundlePath(char *dst)
@@ -16,7 +23,7 @@ int hostBundlePath(char *dst)
     const ssize_t length =
         readlink("/proc/self/exe", program, sizeof(program) - 1);
     if (length <= 0) {
-        QNLog(3, "%s readlink failed. errno : %d", "hostBundlePath", errno);
+        QNLog(3, "%s readlink failed. errno : %d", SELF, errno);
         return -1;
     }
     std::string path(program, static_cast<size_t>(length));
@@ -27,9 +34,10 @@ int hostBundlePath(char *dst)
         }
     }
     if (path.size() > 511) {
-        QNLog(3, "%s path is too long : %s", "hostBundlePath", path.c_str());
+        QNLog(3, "%s path is too long : %s", SELF, path.c_str());
         return -1;
     }
+    QNLog(3, "%s Bundle path is %s\n", SELF, path.c_str());
     memcpy(dst, path.c_str(), path.size() + 1);
     return 0;
 }

@@ -56,6 +56,16 @@ std::string ProgramFile(const std::string &name)
     return "";
 }
 
+// zenity reads escapes in its text.
+std::string WithoutEscapes(const std::string &text)
+{
+    std::string plain;
+    for (const char c : text) {
+        plain += c == '\\' ? "\\\\" : std::string(1, c);
+    }
+    return plain;
+}
+
 // notify-send reads the body as markup.
 std::string WithoutMarkup(const std::string &text)
 {
@@ -80,9 +90,9 @@ std::vector<Words> Commands(const std::string &title, const std::string &text,
     std::vector<Words> commands;
     if (Setting("DISPLAY") != nullptr ||
         Setting("WAYLAND_DISPLAY") != nullptr) {
-        commands.push_back({"zenity", "--warning", "--no-markup",
-                            "--title=" + title, "--text=" + text,
-                            "--ok-label=" + button});
+        commands.push_back(
+            {"zenity", "--warning", "--no-markup", "--title=" + title,
+             "--text=" + WithoutEscapes(text), "--ok-label=" + button});
         commands.push_back({"kdialog", "--title", title, "--sorry", text});
     }
     if (Setting("DISPLAY") != nullptr) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tarnifs/mount/linux/adapters.h"
@@ -30,10 +31,18 @@ OpenFolder *OpenFolderOf(const fuse_file_info *fi)
     return reinterpret_cast<OpenFolder *>(fi->fh);
 }
 
+// The kernel gives a whole folder up for one name that it does not like.
+bool CanBeShown(std::string_view name)
+{
+    constexpr size_t LONGEST = 1024;
+    return !name.empty() && name.size() <= LONGEST &&
+           name.find('/') == std::string_view::npos;
+}
+
 int KeepName(void *buffer, const char *name, const struct stat * /*st*/,
              off_t /*offset*/)
 {
-    if (!IsFuseHidden(name)) {
+    if (!IsFuseHidden(name) && CanBeShown(name)) {
         static_cast<OpenFolder *>(buffer)->names.emplace_back(name);
     }
     return 0;

@@ -31,57 +31,67 @@ std::unique_ptr<OpenFile> NewOpenFile(const std::string &path, int flags)
     return file;
 }
 
+// What open(2) does with a path that is there.
+int OpenExisting(const std::string &path, fuse_file_info *fi)
+{
+    if (ChangesFile(fi->flags) && !IsWritablePlace(path)) {
+        return -EROFS;
+    }
+    auto file = NewOpenFile(path, fi->flags);
+    int ret = HostResult(tarni_opers.open(path.c_str(), &file->info));
+    if (ret == 0 && (fi->flags & O_TRUNC) != 0) {
+        ret = SetSizeOfOpen(path, 0);
+        if (ret != 0) {
+            tarni_opers.release(path.c_str(), &file->info);
+        }
+    }
+    if (ret == 0) {
+        fi->fh = AddOpenFile(std::move(file));
+    }
+    return ret;
+}
+
+// What open(2) does with a path that was not there when its folder was listed.
+// The handler opens a file that has appeared since without a look at what is in
+// it, so the device is asked first; it costs one request per new file.
+int CreateNew(const std::string &path, mode_t mode, fuse_file_info *fi)
+{
+    if (IsWritablePlace(path) && AppearedOnDevice(MountContext(), path)) {
+        if ((fi->flags & O_EXCL) != 0) {
+            return -EEXIST;
+        }
+        return PathIsFolder(path) ? -EISDIR : OpenExisting(path, fi);
+    }
+    ForgetUnlisted(path);
+    auto file = NewOpenFile(path, fi->flags);
+    const int ret =
+        HostResult(tarni_opers.create(path.c_str(), mode, &file->info));
+    if (ret == 0) {
+        fi->fh = AddOpenFile(std::move(file));
+    }
+    return ret;
+}
+
 } // namespace
 
 int OpenAdapter(const char *path, fuse_file_info *fi)
 {
     const Gate gate;
     std::string spelled;
-    int ret = ResolvePath(path, &spelled);
-    if (ret != 0) {
-        return WithoutEnosys(ret);
-    }
-    if (ChangesFile(fi->flags) && !IsWritablePlace(spelled)) {
-        return -EROFS;
-    }
-    auto file = NewOpenFile(spelled, fi->flags);
-    ret = HostResult(tarni_opers.open(spelled.c_str(), &file->info));
-    if (ret == 0 && (fi->flags & O_TRUNC) != 0) {
-        ret = SetSizeOfOpen(spelled, 0);
-        if (ret != 0) {
-            tarni_opers.release(spelled.c_str(), &file->info);
-        }
-    }
-    if (ret != 0) {
-        return WithoutEnosys(ret);
-    }
-    fi->fh = AddOpenFile(std::move(file));
-    return 0;
+    const int ret = ResolvePath(path, &spelled);
+    return WithoutEnosys(ret != 0 ? ret : OpenExisting(spelled, fi));
 }
 
 int CreateAdapter(const char *path, mode_t mode, fuse_file_info *fi)
 {
     const Gate gate;
     // Trash folders and the like: nobody asked for them, nobody is told.
-    if (IsTopLevelDotName(path)) {
+    if (IsTopLevelDotName(path) || tarni_opers.create == nullptr) {
         return -EROFS;
     }
     std::string spelled;
-    int ret = ResolveTarget(path, &spelled);
-    if (ret != 0) {
-        return WithoutEnosys(ret);
-    }
-    if (tarni_opers.create == nullptr) {
-        return -EROFS;
-    }
-    ForgetUnlisted(spelled);
-    auto file = NewOpenFile(spelled, fi->flags);
-    ret = HostResult(tarni_opers.create(spelled.c_str(), mode, &file->info));
-    if (ret != 0) {
-        return WithoutEnosys(ret);
-    }
-    fi->fh = AddOpenFile(std::move(file));
-    return 0;
+    const int ret = ResolveTarget(path, &spelled);
+    return WithoutEnosys(ret != 0 ? ret : CreateNew(spelled, mode, fi));
 }
 
 int ReadAdapter(const char * /*path*/, char *buf, size_t size, off_t offset,

@@ -18,14 +18,37 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-// A folder whose listing failed during a lookup. Programs ask for many names in
+// What a lookup asked the device in vain, by path. Programs ask for many names in
 // a row; each of them must not try the device, and raise a dialog, anew.
 struct Failure {
     int result;
     Clock::time_point when;
 };
 constexpr auto FAILURE_LASTS = std::chrono::seconds(1);
+constexpr size_t MOST_FAILURES = 1000;
 std::unordered_map<std::string, Failure> failures;
+
+// The answer that was got for a path a moment ago, or 0.
+int RecentFailure(const std::string &path)
+{
+    const auto known = failures.find(path);
+    if (known == failures.end()) {
+        return 0;
+    }
+    if (Clock::now() - known->second.when < FAILURE_LASTS) {
+        return known->second.result;
+    }
+    failures.erase(known);
+    return 0;
+}
+
+void NoteFailure(const std::string &path, int result)
+{
+    if (failures.size() >= MOST_FAILURES) {
+        failures.clear();
+    }
+    failures[path] = {result, Clock::now()};
+}
 
 // What the catalogue knows of one path.
 struct Look {
@@ -63,16 +86,29 @@ bool IsListed(const std::string &folder)
 // A folder's listing for a lookup's sake.
 int ListForLookup(const std::string &folder)
 {
-    const auto known = failures.find(folder);
-    if (known != failures.end()) {
-        if (Clock::now() - known->second.when < FAILURE_LASTS) {
-            return known->second.result;
-        }
-        failures.erase(known);
-    }
-    const int ret = RunListing(folder, nullptr, nullptr);
+    int ret = RecentFailure(folder);
     if (ret != 0) {
-        failures[folder] = {ret, Clock::now()};
+        return ret;
+    }
+    ret = RunListing(folder, nullptr, nullptr);
+    if (ret != 0) {
+        NoteFailure(folder, ret);
+    } else if (!IsListed(folder)) {
+        NoteFailure(folder, -ENOENT); // an app's that could not be read
+    }
+    return ret;
+}
+
+// A name that no listing would show.
+int AskForLookup(const std::string &path)
+{
+    int ret = RecentFailure(path);
+    if (ret != 0) {
+        return ret;
+    }
+    ret = AskAboutUnlisted(MountContext(), path);
+    if (ret != 0 && ret != -ENOENT) {
+        NoteFailure(path, ret);
     }
     return ret;
 }
@@ -85,7 +121,7 @@ int Learn(const std::string &folder, const std::string &name)
         return -ENOENT;
     }
     if (name.starts_with('.')) {
-        return AskAboutUnlisted(MountContext(), ChildPath(folder, name));
+        return AskForLookup(ChildPath(folder, name));
     }
     if (IsListed(folder)) {
         return -ENOENT;
@@ -155,7 +191,8 @@ int Resolve(const char *asked, bool may_be_missing, std::string *spelled)
     ret = LookUp(folder, name, &look);
     if (ret == -ENOENT && may_be_missing) {
         *spelled = ChildPath(folder, name);
-        return 0;
+        // A child that is made in a folder makes it look listed.
+        return EnsureListed(folder);
     }
     *spelled = look.spelled;
     return ret;
@@ -192,7 +229,7 @@ int RunListing(const std::string &folder, void *buffer, tarni_filler filler)
 
 int EnsureListed(const std::string &folder)
 {
-    return IsListed(folder) ? 0 : ListForLookup(folder);
+    return IsListed(folder) ? 0 : RunListing(folder, nullptr, nullptr);
 }
 
 bool PathIsFolder(const std::string &path)

@@ -21,8 +21,9 @@ _CONTEXT *MountContext();
 //              within the next second gets the same answer without a new try.
 int ResolvePath(const char *path, std::string *spelled);
 
-// As ResolvePath for a name that may be missing: 0 also when only the last
-// component does not exist, which then stays as it was given.
+// As ResolvePath for a name that is to be made: 0 also when only the last
+// component does not exist, which then stays as it was given; its folder is
+// listed afterwards.
 int ResolveTarget(const char *path, std::string *spelled);
 
 // Runs the listing handler on a folder, after what an earlier try that failed

@@ -5,7 +5,9 @@
 #include "tarnifs/catalogue/object.h"
 #include "tarnifs/mount/context.h"
 #include "tarnifs/mount/linux/fuse_api.h"
+#include "tarnifs/mount/linux/lookup.h"
 #include "tarnifs/mount/linux/places.h"
+#include "tarnifs/mount/linux/unlisted.h"
 #include "tarnifs/mount/operations.h"
 
 namespace
@@ -30,14 +32,42 @@ bool Exists(const std::string &path)
     return FindObject(path.c_str()) != nullptr;
 }
 
-void GiveBack(const OpenState &state)
+void SetMarks(const std::string &path, bool reading, bool writing,
+              uint64_t read_offset)
 {
     const TarniLock lock;
-    _KTL_OBJECT *object = FindObject(state.file->path.c_str());
+    _KTL_OBJECT *object = FindObject(path.c_str());
     if (object != nullptr) {
-        object->reading = state.reading ? 1 : 0;
-        object->writing = state.writing ? 1 : 0;
-        object->read_offset = state.read_offset;
+        object->reading = reading ? 1 : 0;
+        object->writing = writing ? 1 : 0;
+        object->read_offset = read_offset;
+    }
+}
+
+// Ends what a rename has left of the open under the old name: nothing where the
+// catalogue deleted the record, a record of its own for a name that is in no
+// list. No transfer is over yet.
+void LetGo(const OpenState &state)
+{
+    OpenFile *file = state.file;
+    if (Exists(file->path)) {
+        SetMarks(file->path, false, false, 0);
+        tarni_opers.release(file->path.c_str(), &file->info);
+    }
+    file->info.fh = 0;
+}
+
+// A failure leaves fh at 0: reads and writes then say so.
+void OpenAgain(const OpenState &state)
+{
+    OpenFile *file = state.file;
+    std::string spelled;
+    if (ResolvePath(file->path.c_str(), &spelled) != 0) {
+        return;
+    }
+    file->path = spelled;
+    if (tarni_opers.open(spelled.c_str(), &file->info) == 0) {
+        SetMarks(spelled, state.reading, state.writing, state.read_offset);
     }
 }
 
@@ -84,16 +114,18 @@ std::vector<OpenState> BeforeRename(const std::string &path)
 void AfterRename(const std::vector<OpenState> &states, const std::string &from,
                  const std::string &to)
 {
-    if (Exists(from)) {
-        return;
+    const bool moved = !Exists(from);
+    if (moved) {
+        for (const OpenState &state : states) {
+            LetGo(state);
+        }
     }
-    for (const OpenState &state : states) {
-        OpenFile *file = state.file;
-        file->path = Moved(file->path, from, to);
-        file->info.fh = 0;
-        // A failure leaves fh at 0: reads and writes then say so.
-        if (tarni_opers.open(file->path.c_str(), &file->info) == 0) {
-            GiveBack(state);
+    ForgetUnlisted(from);
+    ForgetUnlisted(to);
+    if (moved) {
+        for (const OpenState &state : states) {
+            state.file->path = Moved(state.file->path, from, to);
+            OpenAgain(state);
         }
     }
 }

@@ -28,9 +28,10 @@ std::unique_ptr<OpenFile> TakeOpenFile(const fuse_file_info *fi);
 
 // What a rename does to open files. The catalogue makes a new record for the new
 // name and closes the old one's device file, so BeforeRename notes what hangs on
-// the records of `path` and below, and AfterRename opens the files anew there
-// and gives the records back what release will ask for. Files whose old name is
-// still there (a rename that copied) stay with it.
+// the records of `path` and below, and AfterRename forgets what was known of the
+// two paths, opens the files anew and gives the records back what release will
+// ask for. Files whose old name is still there (a rename that copied) stay with
+// it.
 struct OpenState {
     OpenFile *file;
     bool reading;

@@ -13,7 +13,6 @@
 #include "tarnifs/mount/linux/open_files.h"
 #include "tarnifs/mount/linux/places.h"
 #include "tarnifs/mount/linux/results.h"
-#include "tarnifs/mount/linux/unlisted.h"
 #include "tarnifs/mount/operations.h"
 #include "tarnifs/names/device_path.h"
 
@@ -27,8 +26,6 @@ int RenameWithOpenFiles(const std::string &from, const std::string &to)
     const int ret = HostResult(tarni_opers.rename(from.c_str(), to.c_str()));
     if (ret == 0) {
         AfterRename(states, from, to);
-        ForgetUnlisted(from);
-        ForgetUnlisted(to);
     }
     return ret;
 }
@@ -44,6 +41,10 @@ int Hide(const char *asked, const char *asked_hidden)
     }
     if (!IsWritablePlace(from)) {
         return HostResult(tarni_opers.unlink(from.c_str()));
+    }
+    ret = EnsureListed(ParentFolderText(from)); // as for any name that is made
+    if (ret != 0) {
+        return ret;
     }
     const std::string hidden =
         ChildPath(ParentFolderText(from), LeafOf(asked_hidden));

@@ -29,19 +29,16 @@ void Account(uint64_t *free, uint64_t before, uint64_t after)
     }
 }
 
-int SetDeviceSize(const std::string &path, uint64_t size)
+// The bytes themselves: in the private folder while they are staged, else on the
+// device.
+int SetContentsSize(_CONTEXT *context, const _KTL_OBJECT *object,
+                    const std::string &path, uint64_t size)
 {
-    const TarniLock lock;
-    _CONTEXT *context = MountContext();
-    const _KTL_OBJECT *object = FindObject(path.c_str());
-    if (context == nullptr || object == nullptr) {
-        return -ENOENT;
-    }
     if (object->type == KTL_STAGED) {
         return TruncateStaged(context, path.c_str(), static_cast<off_t>(size));
     }
     if (object->file_handle == 0) {
-        QNLog(3, "%s file_handle is NULL. path(%s)", "SetDeviceSize",
+        QNLog(3, "%s file_handle is NULL. path(%s)", "SetContentsSize",
               path.c_str());
         return -EIO;
     }
@@ -49,13 +46,27 @@ int SetDeviceSize(const std::string &path, uint64_t size)
         ConnectionOf(context, object, path.c_str()), object->file_handle, size);
     if (ret != LIBIUSB_SUCCESS) {
         QNLog(3, "%s libiusb_afc_file_set_size failed. path(%s) ret : %d",
-              "SetDeviceSize", path.c_str(), ret);
+              "SetContentsSize", path.c_str(), ret);
         return ReportDeviceFailure(FAILURE_WRITE_FILE,
                                    ret == LIBIUSB_ERROR_LOST_CONNECTION,
                                    nullptr, ret);
     }
-    Account(&context->device_info.free_capacity, object->size, size);
     return 0;
+}
+
+int SetSizeAndCapacity(const std::string &path, uint64_t size)
+{
+    const TarniLock lock;
+    _CONTEXT *context = MountContext();
+    const _KTL_OBJECT *object = FindObject(path.c_str());
+    if (context == nullptr || object == nullptr) {
+        return -ENOENT;
+    }
+    const int ret = SetContentsSize(context, object, path, size);
+    if (ret == 0) {
+        Account(&context->device_info.free_capacity, object->size, size);
+    }
+    return ret;
 }
 
 // A file that nobody has open is opened for the change, with all that the open
@@ -77,11 +88,12 @@ int SetSizeOfClosed(const std::string &path, uint64_t size)
 
 int SetSizeOfOpen(const std::string &path, uint64_t size)
 {
-    const int ret = HostResult(SetDeviceSize(path, size));
+    const int ret = HostResult(SetSizeAndCapacity(path, size));
     if (ret != 0) {
         return ret;
     }
-    const tarni_setattr attr{.valid = TARNI_SETATTR_SIZE, .size = size};
+    const tarni_setattr attr{
+        .valid = TARNI_SETATTR_SIZE | TARNI_SETATTR_MODTIME, .size = size};
     return HostResult(tarni_opers.setattr_x(path.c_str(), &attr));
 }
 

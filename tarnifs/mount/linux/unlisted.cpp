@@ -82,8 +82,7 @@ bool IsUnlistedFound(const std::string &path)
 
 int AskAboutUnlisted(_CONTEXT *context, const std::string &path)
 {
-    // A file that was removed while open is known from its rename or not at all.
-    if (IsFuseHidden(path) || !IsWritablePlace(path) || missed.contains(path)) {
+    if (!IsWritablePlace(path) || missed.contains(path)) {
         return -ENOENT;
     }
     const TarniLock lock;
@@ -104,6 +103,19 @@ int AskAboutUnlisted(_CONTEXT *context, const std::string &path)
     MakeRecord(path, info);
     found.insert(path);
     return 0;
+}
+
+bool AppearedOnDevice(_CONTEXT *context, const std::string &path)
+{
+    const TarniLock lock;
+    libiusb_afc_file_info info{};
+    _KTL_OBJECT *folder = GetParentObject(path.c_str());
+    if (folder == nullptr || AskDevice(context, path, &info) != 0) {
+        return false;
+    }
+    MakeRecord(path, info);
+    LinkChild(folder, FindObject(path.c_str()));
+    return true;
 }
 
 void ForgetUnlisted(const std::string &path)

@@ -3,8 +3,8 @@
 //
 // What is found gets a catalogue record that is in no folder's list (a linked
 // one would be listed, and would make its folder look listed); what is not is
-// remembered as missing. All functions are called with the gate held; the last
-// two take tarni_mutex.
+// remembered as missing. All functions are called with the gate held; those that
+// ask or forget take tarni_mutex.
 #pragma once
 
 #include <string>
@@ -18,6 +18,10 @@ bool IsUnlistedFound(const std::string &path);
 // answer is known. 0: it is there now, with a record. -ENOENT, or -EIO when the
 // device could not answer.
 int AskAboutUnlisted(_CONTEXT *context, const std::string &path);
+
+// Whether the device has by now a file or folder that no listing showed, at a
+// path that is about to be made. If so it has a record, in its folder's list.
+bool AppearedOnDevice(_CONTEXT *context, const std::string &path);
 
 // What was found or missed at this path or below may have changed: forgets it,
 // with the records that nothing but this knows.
