@@ -67,10 +67,26 @@ int placeOnMedia(_CONTEXT *context, const _KTL_OBJECT *object, const char *path,
     return 0;
 }
 
+// A device file whose connection was lost is of no more use; one that other
+// programs still hold would make every new open fail as well. A read of nothing
+// tells, and asks the device nothing.
+void dropDeadFile(_KTL_OBJECT *object, libiusb_afc *connection)
+{
+    char nothing = 0;
+    uint32_t count = 0;
+    if (object->file_handle != 0 &&
+        libiusb_afc_file_read(connection, object->file_handle, &nothing, 0, 0,
+                              &count) != 0) {
+        libiusb_afc_file_close(connection, object->file_handle);
+        object->file_handle = 0;
+    }
+}
+
 // Opens the device file unless it is open. A failure ends the folder's
 // connection, also one that an earlier open had made.
 int openFile(_KTL_OBJECT *object, const PLACE &place)
 {
+    dropDeadFile(object, place.connection);
     if (object->file_handle != 0) {
         return 0;
     }
