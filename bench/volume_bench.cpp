@@ -149,6 +149,77 @@ void Listings(const Device &device, const Link &link, unsigned count)
     fflush(stdout);
 }
 
+// Making, filling, closing and removing small files.
+void SmallFiles(const Device &device, const Link &link, unsigned count)
+{
+    Server server(device, link);
+    Volume volume(device, server);
+    const std::string folder = volume.path + "/Storage/small";
+    if (!bench::Run({"/bin/mkdir", folder})) {
+        Fail("mkdir");
+    }
+    const std::vector<char> bytes(4096, 'q');
+    server.Control("stats reset");
+    double begin = Now();
+    for (unsigned i = 0; i < count; ++i) {
+        const std::string path = folder + "/" + std::to_string(i);
+        const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
+        if (fd < 0 ||
+            write(fd, bytes.data(), bytes.size()) !=
+                static_cast<ssize_t>(bytes.size()) ||
+            close(fd) != 0) {
+            Fail(path.c_str());
+        }
+    }
+    // Each must be made, written and confirmed one after the other; closing is
+    // the kernel's to wait for or not.
+    Row("make " + std::to_string(count) + " files of 4 KiB", link,
+        Now() - begin, Floor(link, count * bytes.size(), 3 * count),
+        Count(server, {"FileRefOpen", "FileRefWrite", "FileRefClose",
+                       "FileRefSetFileSize", "GetFileInfo", "ReadDir"}));
+    server.Control("stats reset");
+    begin = Now();
+    for (unsigned i = 0; i < count; ++i) {
+        if (unlink((folder + "/" + std::to_string(i)).c_str()) != 0) {
+            Fail("unlink");
+        }
+    }
+    Row("remove " + std::to_string(count) + " files", link, Now() - begin,
+        Floor(link, 0, count),
+        Count(server, {"RemovePath", "GetFileInfo", "ReadDir"}));
+}
+
+// The first file of an app's folder: in round trips, since nothing else costs.
+void FirstOfApp(const Device &device, const Link &link)
+{
+    Server server(device, link);
+    Volume volume(device, server);
+    const std::string folder = volume.path + "/Apps/Caf\xC3\xA9 Reader";
+    double begin = Now();
+    if (!bench::Run({"/bin/ls", volume.path + "/Apps"})) {
+        Fail("ls");
+    }
+    const double apps = Now() - begin;
+    begin = Now();
+    if (!bench::Run({"/bin/ls", folder})) {
+        Fail("ls");
+    }
+    const double listed = Now() - begin;
+    begin = Now();
+    const int fd = open((folder + "/Manual.epub").c_str(), O_RDONLY);
+    const double opened = Now() - begin;
+    if (fd < 0) {
+        Fail("open");
+    }
+    close(fd);
+    const double trip = link.rtt_us / 1e6;
+    printf("| list the apps; first listing of an app; open a file in it | %s | "
+           "%.3f; %.3f; %.3f | | %.1f; %.1f; %.1f round trips | |\n",
+           Name(link).c_str(), apps, listed, opened, apps / trip, listed / trip,
+           opened / trip);
+    fflush(stdout);
+}
+
 // The same read without FUSE, through the device layer alone.
 void RawRead(const Device &device, const Link &link, uint32_t piece)
 {
@@ -214,5 +285,7 @@ int main()
     for (const unsigned count : {3000U, 10000U}) {
         Listings(device, Link{1000, 40}, count);
     }
+    SmallFiles(device, slow, 200);
+    FirstOfApp(device, Link{20000, 40});
     return 0;
 }
