@@ -104,7 +104,8 @@ static uint64_t sendClose(AfcFile &file)
 void closeFilesOf(libiusb_afc &afc)
 {
     auto &files = afc.context->files;
-    std::deque<std::pair<std::shared_ptr<AfcConnection>, uint64_t>> closing;
+    std::vector<std::pair<std::shared_ptr<AfcConnection>, uint64_t>> closing;
+    closing.reserve(files.size());
     for (auto at = files.begin(); at != files.end();) {
         if (at->second->owner != &afc) {
             ++at;
@@ -154,7 +155,7 @@ int libiusb_afc_file_read(libiusb_afc *afc, libiusb_file file, void *buffer,
     return guardedOn(afc, [&] {
         AfcFile *open = nullptr;
         int code = useFile(afc, file, open);
-        if (code == 0) {
+        if (code == 0 && length > 0) {
             code = readAt(*open, static_cast<char *>(buffer), length, offset,
                           *count);
         }

@@ -100,10 +100,12 @@ int libiusb_afc_exit(libiusb_afc *afc)
 {
     if (!afc)
         return LIBIUSB_SUCCESS;
-    return guarded([&] {
-        std::unique_ptr<libiusb_afc> owned(afc);
-        iusb::closeFilesOf(*owned);
-        iusb::dropQueue(owned->queue);
+    int code = iusb::guardedOn(afc, [&] {
+        iusb::closeFilesOf(*afc);
+        iusb::dropQueue(afc->queue);
         return 0;
     });
+    if (code == 0)
+        delete afc;
+    return code;
 }

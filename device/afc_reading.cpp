@@ -88,6 +88,11 @@ static void requestChunk(AfcFile &file, uint64_t offset, size_t want)
     file.chunks.push_back(std::move(chunk));
 }
 
+static bool isShort(const AfcChunk &chunk)
+{
+    return chunk.settled && chunk.bytes.size < chunk.want;
+}
+
 // The chunk that holds, or will hold, the byte at `offset`.
 static AfcChunk *findChunk(AfcFile &file, uint64_t offset)
 {
@@ -101,7 +106,8 @@ static AfcChunk *findChunk(AfcFile &file, uint64_t offset)
 // Asks for [offset, end), which no chunk holds yet.
 static void requestRange(AfcFile &file, uint64_t offset, uint64_t end)
 {
-    if (!file.chunks.empty() && file.chunks.back().end() != offset)
+    if (!file.chunks.empty() &&
+        (file.chunks.back().end() != offset || isShort(file.chunks.back())))
         dropChunks(file);
     while (offset < end) {
         size_t want = std::min<uint64_t>(end - offset, kAfcChunk);
@@ -143,8 +149,7 @@ static void requestAhead(AfcFile &file, uint64_t offset)
         settleSize(file);
     while (file.ahead > 0 && afcRoomAhead(connection)) {
         uint64_t at = file.chunks.empty() ? offset : file.chunks.back().end();
-        bool at_end = !file.chunks.empty() && file.chunks.back().settled &&
-                      file.chunks.back().bytes.size < file.chunks.back().want;
+        bool at_end = !file.chunks.empty() && isShort(file.chunks.back());
         if (at_end || at + kAfcChunk > offset + file.ahead ||
             (sizeKnown(file) && at >= file.size))
             return;
@@ -176,6 +181,34 @@ static int settleChunk(AfcFile &file, AfcChunk &chunk)
     }
     chunk.settled = true;
     chunk.bytes = std::move(reply.bytes);
+    if (isShort(chunk)) {
+        // The device stands where the reply ended, unless it went on from there.
+        file.position_known =
+            file.position_known && &chunk == &file.chunks.back();
+        file.position = chunk.end();
+    }
+    return 0;
+}
+
+// Before the bytes of a chunk are believed, those asked for in front of it have
+// to be there in full: they say that it begins where it should. With `in_place`
+// false everything was dropped, to be asked for again.
+static int settleInFront(AfcFile &file, uint64_t at, bool &in_place)
+{
+    in_place = true;
+    for (AfcChunk &chunk : file.chunks) {
+        if (chunk.offset + chunk.want > at)
+            break;
+        int code = settleChunk(file, chunk);
+        if (code == LIBIUSB_ERROR_LOST_CONNECTION)
+            return code;
+        in_place = code == 0 && !isShort(chunk);
+        if (in_place)
+            continue;
+        if (code == 0)
+            dropChunks(file);
+        break;
+    }
     return 0;
 }
 
@@ -274,10 +307,15 @@ int readAt(AfcFile &file, char *buffer, uint32_t length, uint64_t offset,
             requestRange(file, at, offset + length);
         requestAhead(file, offset + length);
         afcFlush(*file.connection);
-        AfcChunk *chunk = findChunk(file, at);
-        int code = settleChunk(file, *chunk);
-        if (code)
-            return code;
+        bool in_place = false;
+        int code = settleInFront(file, at, in_place);
+        if (code == 0 && !in_place)
+            continue;
+        AfcChunk *chunk = code == 0 ? findChunk(file, at) : nullptr;
+        if (chunk)
+            code = settleChunk(file, *chunk);
+        if (code || !chunk)
+            return code ? code : LIBIUSB_ERROR_AFC_IO;
         uint32_t copied = copyFrom(*chunk, at, buffer + count, length - count);
         count += copied;
         if (copied > 0) {
@@ -285,8 +323,7 @@ int readAt(AfcFile &file, char *buffer, uint32_t length, uint64_t offset,
         } else if (zeros++ >= kZeroRepeats) {
             return LIBIUSB_ERROR_AFC_IO;
         }
-        bool is_short = chunk->bytes.size < chunk->want;
-        if (is_short && count < length && offset + count >= chunk->end())
+        if (isShort(*chunk) && count < length && offset + count >= chunk->end())
             code = handleShort(file, chunk->end(), at_end);
         if (code)
             return code;

@@ -52,6 +52,13 @@ static void sendParts(AfcFile &file, Sending &sending, const char *buffer,
     }
 }
 
+static bool borrows(const AfcConnection &connection)
+{
+    return std::any_of(
+        connection.out.begin(), connection.out.end(),
+        [](const AfcConnection::Piece &piece) { return piece.borrowed; });
+}
+
 // Confirmed bytes count only up to the first failure. What was sent behind it
 // is waited for all the same: the buffer is the caller's, and the connection
 // stays in step.
@@ -75,6 +82,12 @@ static int sendAll(AfcFile &file, const char *buffer, uint32_t length,
         } else if (code == 0) {
             code = part_code;
         }
+    }
+    // Confirmed before it was sent: nonsense, and what is left to send is the
+    // caller's memory.
+    if (borrows(*file.connection)) {
+        afcKill(*file.connection);
+        code = LIBIUSB_ERROR_LOST_CONNECTION;
     }
     return code;
 }

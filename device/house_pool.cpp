@@ -8,6 +8,8 @@ namespace iusb
 {
 
 constexpr size_t kMostAlive = 4;
+// An idle connection is kept for this long.
+constexpr int64_t kKeptMs = 60'000;
 
 static bool aliveOne(const AfcEndpoint &endpoint)
 {
@@ -38,9 +40,17 @@ static bool closeOneIdle(libiusb_device &device)
     return true;
 }
 
-// Endpoints that no handle refers to and that have no connection are forgotten.
+// Connections that were idle for long are closed, and endpoints forgotten that
+// have none and that no handle refers to.
 static void forgetUnused(libiusb_device &device)
 {
+    for (const auto &endpoint : device.houses) {
+        if (aliveOne(*endpoint) && endpoint->connection->files_open == 0 &&
+            nowMs() - endpoint->used > kKeptMs) {
+            afcKill(*endpoint->connection);
+            endpoint->connection.reset();
+        }
+    }
     device.houses.remove_if([](const auto &endpoint) {
         return endpoint.use_count() == 1 && !aliveOne(*endpoint);
     });

@@ -24,15 +24,18 @@ static int connectProxy(libiusb_instproxy &proxy)
 
 static int browse(libiusb_instproxy &proxy, std::vector<App> &apps)
 {
-    // A device sends about twenty apps at a time.
+    // A device sends about twenty apps at a time; one that dribbles them has
+    // this many times the limit of a wait for all of them.
     constexpr int most_messages = 10'000;
+    constexpr int patience = 6;
     int limit = proxy.device->context->settings.timeout_ms;
+    Deadline whole = deadlineIn(limit * patience);
     int code = plistSend(proxy.stream, appListRequest(), deadlineIn(limit));
     bool complete = false;
     for (int i = 0; code == 0 && !complete; i++) {
         Plist message;
         code = i < most_messages
-                   ? plistReceive(proxy.stream, message, deadlineIn(limit))
+                   ? plistReceive(proxy.stream, message, sooner(whole, limit))
                    : LIBIUSB_ERROR_PROTOCOL;
         if (code == 0)
             code = takeApps(message, apps, complete);

@@ -183,7 +183,7 @@ int libiusb_device_close(libiusb_device *device);
 int libiusb_afc_init(libiusb_device *device, libiusb_afc **out);
 
 // Closes the connection; files still open on it are closed with it. Null is
-// ignored. Always 0.
+// ignored. 0, or NO_MEMORY with the handle as it was.
 int libiusb_afc_exit(libiusb_afc *afc);
 
 enum libiusb_file_type : int32_t {
@@ -245,7 +245,9 @@ int libiusb_afc_file_open(libiusb_afc *afc, const char *path, int mode,
                           libiusb_file *file);
 
 // Reads up to `length` bytes at `offset` (bytes from the beginning). *count is
-// less than `length` only at the end of the file.
+// less than `length` only at the end of the file. With a length of 0 nothing is
+// asked of the device: success while the handle is of use, LOST_CONNECTION when
+// its connection is gone.
 int libiusb_afc_file_read(libiusb_afc *afc, libiusb_file file, void *buffer,
                           uint32_t length, uint64_t offset, uint32_t *count);
 

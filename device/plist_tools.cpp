@@ -1,5 +1,6 @@
 #include "device/plist_tools.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -8,38 +9,64 @@ namespace iusb
 {
 
 // ---------------------------------------------------------------------------
-// Nesting of an XML list: opening and closing tags of the two containers.
+// Nesting of an XML list. Only text that can be read in one way alone is let
+// through: what a comment, a quoted "<" or a stray closing tag hides from this
+// count would still be nested for libplist.
 
-static bool startsTag(std::string_view text, std::string_view name)
+static bool endsTagName(char c)
 {
-    if (text.substr(0, name.size()) != name || text.size() == name.size())
-        return false;
-    char next = text[name.size()];
-    return next == '>' || next == '/' || next == ' ' || next == '\t' ||
-           next == '\n' || next == '\r';
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '/';
 }
 
-static bool isContainer(std::string_view tag)
+// The name of a container tag without "/" and attributes; empty for others.
+static std::string_view containerName(std::string_view tag)
 {
-    return startsTag(tag, "dict") || startsTag(tag, "array") ||
-           startsTag(tag, "plist");
+    if (tag.substr(0, 1) == "/")
+        tag.remove_prefix(1);
+    for (std::string_view name : {"dict", "array", "plist"}) {
+        bool same = tag.substr(0, name.size()) == name;
+        if (same &&
+            (tag.size() == name.size() || endsTagName(tag[name.size()])))
+            return name;
+    }
+    return {};
+}
+
+// A tag, without its brackets, that every reader ends at the same place.
+static bool isPlainTag(std::string_view tag, size_t at)
+{
+    auto quotes = std::count(tag.begin(), tag.end(), '"');
+    if (tag.find_first_of("<'[") != tag.npos || quotes % 2 != 0)
+        return false;
+    if (tag.substr(0, 1) == "?")
+        return at == 0;
+    return tag.substr(0, 1) != "!" || tag.substr(0, 9) == "!DOCTYPE ";
 }
 
 static bool xmlIsShallow(std::string_view text)
 {
-    int depth = 0;
+    std::vector<std::string_view> open;
+    size_t end = 0;
     for (size_t at = text.find('<'); at != text.npos;
-         at = text.find('<', at + 1)) {
-        std::string_view tag = text.substr(at + 1);
-        if (!tag.empty() && tag[0] == '/') {
-            if (isContainer(tag.substr(1)))
-                depth--;
-        } else if (isContainer(tag)) {
-            size_t end = tag.find('>');
-            bool closed = end != tag.npos && end > 0 && tag[end - 1] == '/';
-            if (!closed && ++depth > kPlistMaxDepth)
-                return false;
+         at = text.find('<', end)) {
+        end = text.find('>', at);
+        if (end == text.npos)
+            return false;
+        std::string_view tag = text.substr(at + 1, end - at - 1);
+        std::string_view name = containerName(tag);
+        if (!isPlainTag(tag, at))
+            return false;
+        if (name.empty() || tag.back() == '/')
+            continue;
+        if (tag[0] != '/') {
+            open.push_back(name);
+        } else if (open.empty() || open.back() != name) {
+            return false;
+        } else {
+            open.pop_back();
         }
+        if (open.size() > static_cast<size_t>(kPlistMaxDepth))
+            return false;
     }
     return true;
 }

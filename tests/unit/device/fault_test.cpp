@@ -22,6 +22,7 @@ class Fault : public DeviceTest
     // A file that was open when the connection went is only good for closing.
     void expectLost(libiusb_file file) const
     {
+        EXPECT_EQ(readCode(file, 0, 0), LIBIUSB_ERROR_LOST_CONNECTION);
         EXPECT_EQ(readCode(file, 0), LIBIUSB_ERROR_LOST_CONNECTION);
         EXPECT_EQ(libiusb_afc_file_close(afc, file),
                   LIBIUSB_ERROR_LOST_CONNECTION);

@@ -209,6 +209,29 @@ TEST(PropertyLists, DeepNestingIsRefused)
     EXPECT_FALSE(parsePlist(""));
     EXPECT_FALSE(parsePlist("hello"));
     EXPECT_FALSE(parsePlist("<"));
+    // Tags that only libplist, or only this layer, would see.
+    auto hidden = [](const string &disguise) {
+        string xml = "<plist>";
+        for (int i = 0; i < 1000; i++)
+            xml += "<array>" + disguise;
+        for (int i = 0; i < 1000; i++)
+            xml += "</array>";
+        return xml + "</plist>";
+    };
+    for (const char *disguise :
+         {"<!--</array>-->", "<![CDATA[</array>]]>", "<string a=\"></array>\">",
+          "</dict>", "</plist>", "<?x </array>?>", "<string '</array>'/>",
+          "<!DOCTYPE a [</array>]>", "<x </array>", ""})
+        EXPECT_FALSE(parsePlist(hidden(disguise))) << disguise;
+    string tags;
+    for (int i = 0; i < 1'000'000; i++)
+        tags += "<dict ";
+    EXPECT_FALSE(parsePlist(tags + "/>"));
+    EXPECT_TRUE(parsePlist(
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC "
+        "\"-//Apple//DTD PLIST 1.0//EN\" \"http://x/y.dtd\">\n"
+        "<plist version=\"1.0\">\n<dict>\n<key>a &lt;</key>\n<array/>\n"
+        "</dict>\n</plist>\n"));
     // Binary: object i holds object i + 1; offsets of three bytes.
     auto binary = [](int depth) {
         string objects = "bplist00", table;

@@ -133,6 +133,27 @@ TEST_F(Reading, AShortReplyInTheMiddleLosesNothing)
     EXPECT_EQ(readAll(file), pattern(size));
 }
 
+TEST_F(Reading, AShortReplyInFrontOfWhatIsAskedForIsNoticed)
+{
+    constexpr size_t size = 6 << 20, piece = 128 << 10;
+    start();
+    libiusb_file file = openFile(makeFile("front.bin", size));
+    EXPECT_EQ(read(file, 0, piece), pattern(piece));
+    // The first piece that is read ahead is short; what follows it in flight
+    // comes from other places than it was asked for.
+    sim->control("short-read 1 after=1");
+    EXPECT_EQ(read(file, piece, piece), pattern(piece, piece));
+    EXPECT_EQ(read(file, 5 * piece, piece), pattern(piece, 5 * piece));
+    EXPECT_EQ(read(file, 2 * piece, piece), pattern(piece, 2 * piece));
+    // The same with one that fails.
+    file = openFile("/general_storage/front.bin");
+    EXPECT_EQ(read(file, 0, piece), pattern(piece));
+    sim->control("fail FileRefRead 1 20 after=1");
+    EXPECT_EQ(read(file, piece, piece), pattern(piece, piece));
+    EXPECT_EQ(read(file, 5 * piece, piece), pattern(piece, 5 * piece));
+    EXPECT_EQ(readAll(file), pattern(size));
+}
+
 TEST_F(Reading, EmptyRepliesAreAskedForAgainThreeTimesAtMost)
 {
     constexpr size_t size = 1 << 20;

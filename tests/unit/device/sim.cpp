@@ -218,7 +218,14 @@ void DeviceTest::TearDown()
 
 // ---------------------------------------------------------------------------
 
-std::string pattern(size_t size, uint64_t offset)
+void PrintTo(const Bytes &bytes, std::ostream *out)
+{
+    constexpr size_t shown = 32;
+    *out << bytes.size()
+         << " bytes: " << testing::PrintToString(bytes.substr(0, shown));
+}
+
+Bytes pattern(size_t size, uint64_t offset)
 {
     std::string bytes(size, '\0');
     for (size_t i = 0; i < size; i++) {
@@ -235,7 +242,7 @@ void writeFile(const fs::path &path, const std::string &bytes)
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-std::string fileBytes(const fs::path &path)
+Bytes fileBytes(const fs::path &path)
 {
     std::ifstream file(path, std::ios::binary);
     std::ostringstream bytes;
@@ -264,8 +271,7 @@ libiusb_file DeviceTest::openFile(const std::string &path, int mode) const
     return file;
 }
 
-std::string DeviceTest::read(libiusb_file file, uint64_t offset,
-                             size_t length) const
+Bytes DeviceTest::read(libiusb_file file, uint64_t offset, size_t length) const
 {
     std::string bytes(length, '\0');
     uint32_t count = 0;
@@ -278,7 +284,7 @@ std::string DeviceTest::read(libiusb_file file, uint64_t offset,
     return bytes;
 }
 
-std::string DeviceTest::readAll(libiusb_file file, size_t call) const
+Bytes DeviceTest::readAll(libiusb_file file, size_t call) const
 {
     std::string bytes;
     for (;;) {

@@ -8,13 +8,23 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "device/libiusb.h"
+
+// The content of a file; a failed comparison tells no more than its size and
+// beginning.
+struct Bytes : std::string {
+    using std::string::string;
+    Bytes(std::string text) : std::string(std::move(text)) {}
+};
+void PrintTo(const Bytes &bytes, std::ostream *out);
 
 // Runs quorvel-simdevice over device folders of its own, in a folder that is
 // removed at the end; USBMUXD_SOCKET_ADDRESS points at it meanwhile.
@@ -87,9 +97,9 @@ class DeviceTest : public ::testing::Test
     libiusb_file openFile(const std::string &path,
                           int mode = LIBIUSB_MODE_READ) const;
     // One read; the bytes that came, or a failed test.
-    std::string read(libiusb_file file, uint64_t offset, size_t length) const;
+    Bytes read(libiusb_file file, uint64_t offset, size_t length) const;
     // Reads in order with calls of one size until the end.
-    std::string readAll(libiusb_file file, size_t call = 128 << 10) const;
+    Bytes readAll(libiusb_file file, size_t call = 128 << 10) const;
     std::vector<std::string> list(const std::string &path) const;
     int info(const std::string &path,
              libiusb_afc_file_info *out = nullptr) const;
@@ -100,9 +110,9 @@ class DeviceTest : public ::testing::Test
 };
 
 // Bytes that differ from place to place, as makeFile writes them.
-std::string pattern(size_t size, uint64_t offset = 0);
+Bytes pattern(size_t size, uint64_t offset = 0);
 void writeFile(const std::filesystem::path &path, const std::string &bytes);
-std::string fileBytes(const std::filesystem::path &path);
+Bytes fileBytes(const std::filesystem::path &path);
 
 // Milliseconds that a call takes.
 int64_t duration(const std::function<void()> &call);

@@ -36,6 +36,20 @@ TEST_F(Writing, InOrderNeedsNoSeekAndIsThereWhenTheCallReturns)
     EXPECT_EQ(write(file, 10, ""), 0);
 }
 
+TEST_F(Writing, AfterAReadToTheEndTheNextWriteIsInPlace)
+{
+    constexpr size_t size = 300 << 10, call = 100 << 10;
+    start();
+    libiusb_file file = openFile(makeFile("grow", size), LIBIUSB_MODE_UPDATE);
+    for (uint64_t at = 0; at < size; at += call)
+        EXPECT_EQ(read(file, at, call), pattern(call, at));
+    ASSERT_EQ(libiusb_afc_file_set_size(afc, file, 1 << 20), 0);
+    // Where the device would stand if the file had gone on.
+    EXPECT_EQ(write(file, 456 << 10, "here"), 0);
+    EXPECT_EQ(onDevice("grow").substr(size, 456 * 1024 - size + 4),
+              std::string(456 * 1024 - size, '\0') + "here");
+}
+
 TEST_F(Writing, ModesDoWhatTheyPromise)
 {
     start();
