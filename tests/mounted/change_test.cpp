@@ -134,6 +134,25 @@ TEST_F(ChangeTest, FreeSpaceFollows)
     EXPECT_NEAR(Free(), before, 15e6);
 }
 
+// What a failed creation leaves in the catalogue is no file.
+TEST_F(ChangeTest, FileThatCouldNotBeMadeIsNotThere)
+{
+    MakeDevice();
+    device->Put("dir/file", "x");
+    Start();
+    volume->ExpectTrouble();
+    simulator->Control("fail FileRefOpen 1 10");
+    EXPECT_EQ(WriteFile(Storage("dir/new"), O_CREAT | O_WRONLY, "n").error,
+              ECANCELED);
+    EXPECT_TRUE(
+        volume->WaitForDialog("Could not create a file.\nError Code : -210"));
+    EXPECT_EQ(Stat(Storage("dir/new")).error, ENOENT);
+    EXPECT_EQ(ReadFile(Storage("dir/new")).error, ENOENT);
+    EXPECT_EQ(List(Storage("dir")).data, "file\n");
+    EXPECT_EQ(WriteFile(Storage("dir/new"), O_CREAT | O_WRONLY, "n").error, 0);
+    EXPECT_EQ(List(Storage("dir")).data, "file\nnew\n");
+}
+
 TEST_F(ChangeTest, DeviceThatCannotWriteIsToldAbout)
 {
     MakeDevice();

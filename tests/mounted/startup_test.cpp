@@ -1,5 +1,6 @@
 // Finding the device: late, untrusted, one of several, never.
 #include <fcntl.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -55,7 +56,21 @@ TEST_F(StartupTest, DeviceThatNeverComes)
     EXPECT_EQ(List(volume->Path()).error, ENOSYS);
     EXPECT_EQ(Stat(volume->Path("Storage")).error, ENOSYS);
     EXPECT_EQ(ReadFile(volume->Path("Storage/f")).error, ENOSYS);
-    // Nothing of it is remembered for good.
+    // Nothing of it is remembered for good, as the kernel would ENOSYS of these.
+    const std::string root = volume->Path();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(Access([&](std::string *) {
+                      return access(root.c_str(), R_OK) == 0 ? 0 : errno;
+                  }).error,
+                  EIO);
+        EXPECT_EQ(Access([&](std::string *) {
+                      char value[8];
+                      return getxattr(root.c_str(), "user.a", value, 8) >= 0
+                                 ? 0
+                                 : errno;
+                  }).error,
+                  EIO);
+    }
     EXPECT_EQ(RunProgram({"df", volume->Path()}).status, 1);
     EXPECT_EQ(List(volume->Path()).error, ENOSYS);
     EXPECT_TRUE(volume->Dialogs().empty());

@@ -114,12 +114,10 @@ int AskForLookup(const std::string &path)
 }
 
 // Does what it takes to know whether a folder has a name: 0 when the catalogue
-// now tells, else the lookup's answer.
+// now tells, else the lookup's answer. Of the root it takes nothing: its listing
+// asks no device, and below a name that it does not hold nothing is looked for.
 int Learn(const std::string &folder, const std::string &name)
 {
-    if (folder == "/" && !IsAreaName(name)) {
-        return -ENOENT;
-    }
     if (name.starts_with('.')) {
         return AskForLookup(ChildPath(folder, name));
     }

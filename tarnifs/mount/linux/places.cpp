@@ -20,12 +20,6 @@ std::string Moved(const std::string &path, const std::string &from,
     return to + path.substr(from.size());
 }
 
-bool IsAreaName(std::string_view name)
-{
-    return name == MEDIA_AREA.substr(1) || name == APPS_AREA.substr(1) ||
-           name == STORAGE_AREA.substr(1);
-}
-
 bool IsTopLevelDotName(std::string_view path)
 {
     return path.starts_with("/.") && PathDepth(path) == 1;

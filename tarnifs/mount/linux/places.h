@@ -14,10 +14,6 @@ bool IsWithin(std::string_view path, std::string_view folder);
 std::string Moved(const std::string &path, const std::string &from,
                   const std::string &to);
 
-// Whether a top-level component is one of the three areas. Nothing else exists
-// at the top level, and nothing else is ever asked for.
-bool IsAreaName(std::string_view name);
-
 // "/.Trash-1000" and the like.
 bool IsTopLevelDotName(std::string_view path);
 
