@@ -33,8 +33,8 @@
 // lies below -200, so that none can be mistaken for an errno value.
 enum libiusb_error : int {
     LIBIUSB_SUCCESS = 0,
-    LIBIUSB_ERROR_NO_DEVICE = -14,       // the device is not in the list
-    LIBIUSB_ERROR_MUX = -30,             // AFC status 30: the transfer broke off
+    LIBIUSB_ERROR_NO_DEVICE = -14, // the device is not in the list
+    LIBIUSB_ERROR_MUX = -30,       // AFC status 30: the transfer broke off
     LIBIUSB_ERROR_LOST_CONNECTION = -32, // unplugged, closed, silent, nonsense
     LIBIUSB_ERROR_AFC_DIR_NOT_EMPTY = -33,
     LIBIUSB_ERROR_DEVICE_LOCKED = -44, // not paired, and the trust prompt can't
@@ -74,18 +74,18 @@ enum libiusb_error : int {
     LIBIUSB_ERROR_NO_DAEMON = -303, // no usbmux socket, or nobody answers on it
     LIBIUSB_ERROR_PROTOCOL = -304,  // usbmux or lockdown answered nonsense, or
                                     // file information cannot be understood
-    LIBIUSB_ERROR_TRUST_DENIED = -310,  // the user tapped "Don't Trust"
+    LIBIUSB_ERROR_TRUST_DENIED = -310, // the user tapped "Don't Trust"
     LIBIUSB_ERROR_PAIRING_FAILED = -311,
-    LIBIUSB_ERROR_LOCKDOWN = -312,      // any other lockdown refusal
+    LIBIUSB_ERROR_LOCKDOWN = -312,           // any other lockdown refusal
     LIBIUSB_ERROR_PASSWORD_PROTECTED = -313, // paired, but locked since start
     LIBIUSB_ERROR_TLS = -314,
     LIBIUSB_ERROR_INVALID_SERVICE = -320,
     LIBIUSB_ERROR_SERVICE_LIMIT = -321, // too many services of this kind
     LIBIUSB_ERROR_SERVICE_REFUSED = -322,
-    LIBIUSB_ERROR_APP_LOOKUP_FAILED = -330,  // no such app
-    LIBIUSB_ERROR_APP_ACCESS_DENIED = -331,  // the app does not share documents
-    LIBIUSB_ERROR_INSTPROXY = -332,          // any other installation proxy or
-                                             // house arrest refusal
+    LIBIUSB_ERROR_APP_LOOKUP_FAILED = -330, // no such app
+    LIBIUSB_ERROR_APP_ACCESS_DENIED = -331, // the app does not share documents
+    LIBIUSB_ERROR_INSTPROXY = -332,         // any other installation proxy or
+                                            // house arrest refusal
 };
 
 // A short English text for a code ("lost connection"), for logs and the helper.
@@ -254,8 +254,8 @@ int libiusb_afc_file_read(libiusb_afc *afc, libiusb_file file, void *buffer,
 // Writes `length` bytes at `offset`. Returns only after the device confirmed;
 // after a failure *count tells how many bytes from the beginning it confirmed.
 int libiusb_afc_file_write(libiusb_afc *afc, libiusb_file file,
-                           const void *buffer, uint32_t length,
-                           uint64_t offset, uint32_t *count);
+                           const void *buffer, uint32_t length, uint64_t offset,
+                           uint32_t *count);
 
 // Makes an open file `size` bytes long, cutting it or filling with zeros.
 int libiusb_afc_file_set_size(libiusb_afc *afc, libiusb_file file,

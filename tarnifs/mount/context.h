@@ -1,11 +1,12 @@
 // The mount context, the one lock, and the accessor: what every handler shares.
 #pragma once
 
+#include <pthread.h>
+
 #include <atomic>
 #include <csignal>
 #include <cstdint>
 #include <mutex>
-#include <pthread.h>
 
 #include <boost/thread/thread.hpp>
 
@@ -53,8 +54,9 @@ struct _CONTEXT {
 extern pthread_mutex_t tarni_mutex;
 
 // Holds tarni_mutex for a scope.
-class [[nodiscard]] TarniLock {
-public:
+class [[nodiscard]] TarniLock
+{
+  public:
     TarniLock() { pthread_mutex_lock(&tarni_mutex); }
     ~TarniLock() { pthread_mutex_unlock(&tarni_mutex); }
     TarniLock(const TarniLock &) = delete;
