@@ -23,6 +23,9 @@ namespace
 // through renames; DeleteObject takes them out.
 std::unordered_set<const _KTL_OBJECT *> unfinished;
 
+// Folders that have more on the device than listings show; likewise.
+std::unordered_set<const _KTL_OBJECT *> leftOut;
+
 _KTL_OBJECT *fromAddress(uint64_t address)
 {
     return reinterpret_cast<_KTL_OBJECT *>(address);
@@ -102,6 +105,7 @@ void freeXattrs(_KTL_OBJECT *object)
 void destroyObject(_KTL_OBJECT *object, libiusb_afc *afc)
 {
     unfinished.erase(object);
+    leftOut.erase(object);
     UnlinkObject(object);
     closeHandles(object, afc);
     free(object->file_name);
@@ -356,6 +360,7 @@ void ClearCatalogue(libiusb_afc *afc)
     }
     Object_list.clear();
     unfinished.clear();
+    leftOut.clear();
 }
 
 void NoteListing(const _KTL_OBJECT *folder, bool complete)
@@ -370,6 +375,16 @@ void NoteListing(const _KTL_OBJECT *folder, bool complete)
 bool IsListingUnfinished(const _KTL_OBJECT *folder)
 {
     return unfinished.contains(folder);
+}
+
+void NoteLeftOut(const _KTL_OBJECT *folder)
+{
+    leftOut.insert(folder);
+}
+
+bool HasLeftOut(const _KTL_OBJECT *folder)
+{
+    return leftOut.contains(folder);
 }
 
 void DropUnfinishedListing(const char *path)

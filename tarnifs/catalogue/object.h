@@ -145,6 +145,11 @@ void ClearCatalogue(libiusb_afc *afc);
 void NoteListing(const _KTL_OBJECT *folder, bool complete);
 bool IsListingUnfinished(const _KTL_OBJECT *folder);
 
+// A listing left out a name of the device's because it begins with ".". A folder
+// that looks empty may then not be.
+void NoteLeftOut(const _KTL_OBJECT *folder);
+bool HasLeftOut(const _KTL_OBJECT *folder);
+
 // Deletes what an unfinished listing of the folder made, so that the next try
 // starts afresh; a folder that is not marked keeps everything. Records (and
 // folders of records) that are open or staged stay: what they hold is nowhere

@@ -73,7 +73,11 @@ bool listEntries(const LISTING &listing, bool *busy)
     }
     bool lost = false;
     for (char **name = list; *name != nullptr; ++name) {
-        ret = IsHiddenName(*name) ? 0 : listEntry(listing, *name);
+        if (IsHiddenName(*name)) {
+            NoteLeftOut(listing.folder);
+            continue;
+        }
+        ret = listEntry(listing, *name);
         lost = lost || ret == LIBIUSB_ERROR_LOST_CONNECTION;
     }
     libiusb_misc_free_strings_array(list);

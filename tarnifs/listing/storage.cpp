@@ -91,7 +91,11 @@ int listEntry(const LISTING &listing, const char *name)
 int listEntries(const LISTING &listing, char **list)
 {
     for (char **name = list; *name != nullptr; ++name) {
-        const int ret = IsHiddenName(*name) ? 0 : listEntry(listing, *name);
+        if (IsHiddenName(*name)) {
+            NoteLeftOut(listing.folder);
+            continue;
+        }
+        const int ret = listEntry(listing, *name);
         if (ret != 0) {
             return ret;
         }

@@ -57,6 +57,10 @@ TEST_F(NamesTest, LongNamesAndPaths)
     EXPECT_EQ(ReadFile(Storage(name)).data, "long");
     EXPECT_EQ(ReadFile(Storage(deep + "f")).data, "deep");
     EXPECT_EQ(Stat(Storage(std::string(300, 'n'))).error, ENOENT);
+    EXPECT_EQ(
+        WriteFile(Storage(std::string(300, 'n')), O_CREAT | O_WRONLY, "").error,
+        ENAMETOOLONG);
+    EXPECT_TRUE(volume->Dialogs().empty());
 }
 
 TEST_F(NamesTest, WhatTheDeviceShouldNotSay)

@@ -72,6 +72,10 @@ TEST_F(OpenFilesTest, RenamedWithItsFolders)
     ExpectNothingOpen();
     EXPECT_TRUE(volume->Dialogs().empty());
     EXPECT_EQ(List(Storage("a")).data, "b\n");
+    ASSERT_EQ(WriteFile(Storage("a/b/.made"), O_CREAT | O_WRONLY, "m").error,
+              0);
+    ASSERT_EQ(RunProgram({"mv", Storage("a"), Storage("d")}).status, 0);
+    EXPECT_EQ(List(Storage("d/b")).data, ".made\nfile\n");
 }
 
 TEST_F(OpenFilesTest, RemovedOrReplaced)
@@ -151,6 +155,26 @@ TEST_F(OpenFilesTest, DotNamesInUnlistedFolders)
     EXPECT_EQ(List(Storage("one")).data, ".made\nfile\n");
     EXPECT_EQ(RunProgram({"rm", Storage(left)}).status, 0);
     EXPECT_FALSE(std::filesystem::exists(device->Storage(left)));
+}
+
+// A folder that looks empty and is not: nobody gets a dialog, and the second try
+// shows why.
+TEST_F(OpenFilesTest, FoldersWithNamesThatAreNotListed)
+{
+    MakeDevice();
+    device->Put("one/.dots", "....");
+    device->Put("two/.fuse_hidden0000000100000001", "left by a killed mount");
+    Start();
+    EXPECT_EQ(List(Storage("one")).data, "");
+    const Finished refused = RunProgram({"rm", "-r", Storage("one")});
+    EXPECT_NE(refused.out.find("Directory not empty"), std::string::npos)
+        << refused.out;
+    EXPECT_EQ(List(Storage("one")).data, ".dots\n");
+    EXPECT_EQ(RunProgram({"rm", "-r", Storage("one")}).out, "");
+    EXPECT_FALSE(std::filesystem::exists(device->Storage("one")));
+    EXPECT_EQ(RunProgram({"rmdir", Storage("two")}).out, "");
+    EXPECT_FALSE(std::filesystem::exists(device->Storage("two")));
+    EXPECT_TRUE(volume->Dialogs().empty());
 }
 
 TEST_F(OpenFilesTest, FileThatAppearedOnTheDevice)

@@ -24,6 +24,7 @@ struct Failure {
     int result;
     Clock::time_point when;
 };
+constexpr size_t LONGEST_NAME = 255; // bytes, of what can be made
 constexpr auto FAILURE_LASTS = std::chrono::seconds(1);
 constexpr size_t MOST_FAILURES = 1000;
 std::unordered_map<std::string, Failure> failures;
@@ -81,6 +82,13 @@ bool IsListed(const std::string &folder)
     const _KTL_OBJECT *object = FindObject(folder.c_str());
     return object != nullptr && !IsListingUnfinished(object) &&
            (object->enumerated != 0 || HasChildren(object));
+}
+
+bool FolderHasChildren(const std::string &folder)
+{
+    const TarniLock lock;
+    const _KTL_OBJECT *object = FindObject(folder.c_str());
+    return object != nullptr && HasChildren(object);
 }
 
 // A folder's listing for a lookup's sake.
@@ -189,6 +197,9 @@ int Resolve(const char *asked, bool may_be_missing, std::string *spelled)
     ret = LookUp(folder, name, &look);
     if (ret == -ENOENT && may_be_missing) {
         *spelled = ChildPath(folder, name);
+        if (name.size() > LONGEST_NAME) {
+            return -ENAMETOOLONG;
+        }
         // A child that is made in a folder makes it look listed.
         return EnsureListed(folder);
     }
@@ -230,17 +241,22 @@ int EnsureListed(const std::string &folder)
     return IsListed(folder) ? 0 : RunListing(folder, nullptr, nullptr);
 }
 
+int CheckEmpty(const std::string &folder)
+{
+    const int ret = EnsureListed(folder);
+    if (ret != 0) {
+        return ret;
+    }
+    if (!FolderHasChildren(folder)) {
+        ShowLeftOut(MountContext(), folder);
+    }
+    return FolderHasChildren(folder) ? -ENOTEMPTY : 0;
+}
+
 bool PathIsFolder(const std::string &path)
 {
     const TarniLock lock;
     const _KTL_OBJECT *object = FindObject(path.c_str());
     return path == "/" ||
            (object != nullptr && object->mode == KTL_MODE_FOLDER);
-}
-
-bool FolderHasChildren(const std::string &path)
-{
-    const TarniLock lock;
-    const _KTL_OBJECT *object = FindObject(path.c_str());
-    return object != nullptr && HasChildren(object);
 }

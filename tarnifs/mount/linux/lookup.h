@@ -33,7 +33,9 @@ int RunListing(const std::string &folder, void *buffer, tarni_filler filler);
 // Lists a folder unless it was listed before.
 int EnsureListed(const std::string &folder);
 
-// Whether a record exists at a path, and is a folder; whether it has children in
-// the catalogue. With the path in the catalogue's spelling.
+// 0 when a folder is empty, -ENOTEMPTY when it is not, by what the device has: it
+// is listed first, and what listings leave out shows from then on.
+int CheckEmpty(const std::string &folder);
+
+// Whether a path, in the catalogue's spelling, has a record that is a folder.
 bool PathIsFolder(const std::string &path);
-bool FolderHasChildren(const std::string &path);

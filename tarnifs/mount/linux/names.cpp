@@ -46,9 +46,9 @@ int RmdirAdapter(const char *path)
     }
     std::string spelled;
     int ret = ResolvePath(path, &spelled);
-    // The handler asks the catalogue whether the folder is empty.
+    // The handler asks the catalogue alone whether the folder is empty.
     if (ret == 0 && IsWritablePlace(spelled)) {
-        ret = EnsureListed(spelled);
+        ret = CheckEmpty(spelled);
     }
     if (ret != 0) {
         return WithoutEnosys(ret);

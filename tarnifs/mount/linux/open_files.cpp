@@ -7,7 +7,6 @@
 #include "tarnifs/mount/linux/fuse_api.h"
 #include "tarnifs/mount/linux/lookup.h"
 #include "tarnifs/mount/linux/places.h"
-#include "tarnifs/mount/linux/unlisted.h"
 #include "tarnifs/mount/operations.h"
 
 namespace
@@ -47,7 +46,7 @@ void SetMarks(const std::string &path, bool reading, bool writing,
 // Ends what a rename has left of the open under the old name: nothing where the
 // catalogue deleted the record, a record of its own for a name that is in no
 // list. No transfer is over yet.
-void LetGo(const OpenState &state)
+void LetGoOne(const OpenState &state)
 {
     OpenFile *file = state.file;
     if (Exists(file->path)) {
@@ -58,7 +57,7 @@ void LetGo(const OpenState &state)
 }
 
 // A failure leaves fh at 0: reads and writes then say so.
-void OpenAgain(const OpenState &state)
+void OpenOne(const OpenState &state)
 {
     OpenFile *file = state.file;
     std::string spelled;
@@ -100,7 +99,7 @@ std::unique_ptr<OpenFile> TakeOpenFile(const fuse_file_info *fi)
     return file;
 }
 
-std::vector<OpenState> BeforeRename(const std::string &path)
+std::vector<OpenState> OpensBelow(const std::string &path)
 {
     std::vector<OpenState> states;
     for (const auto &entry : open_files) {
@@ -111,21 +110,22 @@ std::vector<OpenState> BeforeRename(const std::string &path)
     return states;
 }
 
-void AfterRename(const std::vector<OpenState> &states, const std::string &from,
-                 const std::string &to)
+bool LetGo(const std::vector<OpenState> &states, const std::string &from)
 {
-    const bool moved = !Exists(from);
-    if (moved) {
-        for (const OpenState &state : states) {
-            LetGo(state);
-        }
+    if (Exists(from)) {
+        return false;
     }
-    ForgetUnlisted(from);
-    ForgetUnlisted(to);
-    if (moved) {
-        for (const OpenState &state : states) {
-            state.file->path = Moved(state.file->path, from, to);
-            OpenAgain(state);
-        }
+    for (const OpenState &state : states) {
+        LetGoOne(state);
+    }
+    return true;
+}
+
+void OpenAnew(const std::vector<OpenState> &states, const std::string &from,
+              const std::string &to)
+{
+    for (const OpenState &state : states) {
+        state.file->path = Moved(state.file->path, from, to);
+        OpenOne(state);
     }
 }

@@ -27,17 +27,19 @@ OpenFile *OpenFileOf(const fuse_file_info *fi);
 std::unique_ptr<OpenFile> TakeOpenFile(const fuse_file_info *fi);
 
 // What a rename does to open files. The catalogue makes a new record for the new
-// name and closes the old one's device file, so BeforeRename notes what hangs on
-// the records of `path` and below, and AfterRename forgets what was known of the
-// two paths, opens the files anew and gives the records back what release will
-// ask for. Files whose old name is still there (a rename that copied) stay with
-// it.
+// name and closes the old one's device file. So OpensBelow notes, before, what
+// hangs on the records of `path` and below; LetGo ends what is left of the old
+// name, and OpenAnew opens the files under the new one and gives the records back
+// what release will ask for.
 struct OpenState {
     OpenFile *file;
     bool reading;
     bool writing;
     uint64_t read_offset;
 };
-std::vector<OpenState> BeforeRename(const std::string &path);
-void AfterRename(const std::vector<OpenState> &states, const std::string &from,
-                 const std::string &to);
+std::vector<OpenState> OpensBelow(const std::string &path);
+// False, and nothing is done, when the old name is still there (a rename that
+// copied): the files stay with it.
+bool LetGo(const std::vector<OpenState> &states, const std::string &from);
+void OpenAnew(const std::vector<OpenState> &states, const std::string &from,
+              const std::string &to);

@@ -7,27 +7,37 @@
 #include <vector>
 
 #include "tarnifs/mount/linux/adapters.h"
+#include "tarnifs/mount/linux/dot_names.h"
 #include "tarnifs/mount/linux/gate.h"
 #include "tarnifs/mount/linux/hidden.h"
 #include "tarnifs/mount/linux/lookup.h"
 #include "tarnifs/mount/linux/open_files.h"
 #include "tarnifs/mount/linux/places.h"
 #include "tarnifs/mount/linux/results.h"
+#include "tarnifs/mount/linux/unlisted.h"
 #include "tarnifs/mount/operations.h"
 #include "tarnifs/names/device_path.h"
 
 namespace
 {
 
-// The handler's rename, followed by the open files.
-int RenameWithOpenFiles(const std::string &from, const std::string &to)
+// The handler's rename, followed by open files and dot names.
+int RenameWithAll(const std::string &from, const std::string &to)
 {
-    const std::vector<OpenState> states = BeforeRename(from);
+    const std::vector<OpenState> opens = OpensBelow(from);
+    const std::vector<std::string> dot_names = ShownDotNames(from);
     const int ret = HostResult(tarni_opers.rename(from.c_str(), to.c_str()));
-    if (ret == 0) {
-        AfterRename(states, from, to);
+    if (ret != 0) {
+        return ret;
     }
-    return ret;
+    const bool moved = LetGo(opens, from);
+    ForgetUnlisted(from);
+    ForgetUnlisted(to);
+    ShowDotNames(to, dot_names);
+    if (moved) {
+        OpenAnew(opens, from, to);
+    }
+    return 0;
 }
 
 // An open file is removed. In a read-only place that is refused as any removal
@@ -48,25 +58,17 @@ int Hide(const char *asked, const char *asked_hidden)
     }
     const std::string hidden =
         ChildPath(ParentFolderText(from), LeafOf(asked_hidden));
-    ret = RenameWithOpenFiles(from, hidden);
+    ret = RenameWithAll(from, hidden);
     if (ret == 0) {
         NoteHidden({asked, asked_hidden, from, hidden});
     }
     return ret;
 }
 
-// A folder replaces an empty folder only, and the catalogue knows what is empty
-// only once it was listed.
+// A folder replaces an empty folder only.
 int CheckTargetFolder(const std::string &to)
 {
-    if (!IsWritablePlace(to) || !PathIsFolder(to)) {
-        return 0;
-    }
-    const int ret = EnsureListed(to);
-    if (ret != 0) {
-        return ret;
-    }
-    return FolderHasChildren(to) ? -ENOTEMPTY : 0;
+    return IsWritablePlace(to) && PathIsFolder(to) ? CheckEmpty(to) : 0;
 }
 
 int Rename(const char *from, const char *to, bool replace)
@@ -85,7 +87,7 @@ int Rename(const char *from, const char *to, bool replace)
         return -EEXIST;
     }
     ret = CheckTargetFolder(target);
-    return ret != 0 ? ret : RenameWithOpenFiles(source, target);
+    return ret != 0 ? ret : RenameWithAll(source, target);
 }
 
 } // namespace
@@ -107,7 +109,7 @@ int RenameAdapter(const char *from, const char *to, unsigned flags)
     const std::optional<HiddenFile> hidden = TakeHidden(to);
     const int ret = Rename(from, to, (flags & RENAME_NOREPLACE) == 0);
     if (ret != 0 && hidden &&
-        RenameWithOpenFiles(hidden->hidden, hidden->original) == 0) {
+        RenameWithAll(hidden->hidden, hidden->original) == 0) {
         NoteRestored(*hidden);
     }
     return WithoutEnosys(ret);

@@ -2,10 +2,12 @@
 
 #include <cerrno>
 #include <unordered_set>
+#include <vector>
 
 #include "tarnifs/catalogue/object.h"
 #include "tarnifs/listing/entries.h"
 #include "tarnifs/mount/linux/places.h"
+#include "tarnifs/mount/operations.h"
 #include "tarnifs/names/device_path.h"
 #include "util/log.h"
 
@@ -19,9 +21,11 @@ constexpr size_t MOST_MISSES = 20000;
 std::unordered_set<std::string> found;
 std::unordered_set<std::string> missed;
 
-// Through a connection of its own, which ends with the question.
+// Asks about a path of an app through a connection of its own, which ends with
+// the question.
+template <typename Ask>
 int AskApp(_CONTEXT *context, const std::string &path, const char *app_id,
-           libiusb_afc_file_info *info)
+           Ask ask)
 {
     libiusb_afc *house = nullptr;
     int ret = libiusb_housearrest_init(context->device_handle, &house);
@@ -30,25 +34,63 @@ int AskApp(_CONTEXT *context, const std::string &path, const char *app_id,
     }
     ret = libiusb_housearrest_openapp(house, app_id);
     if (ret == LIBIUSB_SUCCESS) {
-        ret =
-            libiusb_afc_file_get_info(house, AppDevicePath(path).c_str(), info);
+        ret = ask(house, AppDevicePath(path).c_str());
     }
     libiusb_housearrest_exit(house);
     return ret;
 }
 
+// Calls `ask` with the connection that reaches a path, and the device's path.
+// `folder` is the record of the path or of the folder it lies in.
+template <typename Ask>
 int AskDevice(_CONTEXT *context, const std::string &path,
-              libiusb_afc_file_info *info)
+              const _KTL_OBJECT *folder, Ask ask)
 {
     if (IsWithin(path, STORAGE_AREA)) {
-        return libiusb_afc_file_get_info(context->afc_handle,
-                                         StorageDevicePath(path).c_str(), info);
+        return ask(context->afc_handle, StorageDevicePath(path).c_str());
     }
-    const _KTL_OBJECT *folder = GetParentObject(path.c_str());
     if (folder == nullptr || folder->app_id == nullptr) {
         return LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND;
     }
-    return AskApp(context, path, folder->app_id, info);
+    return AskApp(context, path, folder->app_id, ask);
+}
+
+int GetInfo(_CONTEXT *context, const std::string &path,
+            libiusb_afc_file_info *info)
+{
+    return AskDevice(context, path, GetParentObject(path.c_str()),
+                     [info](libiusb_afc *afc, const char *device_path) {
+                         return libiusb_afc_file_get_info(afc, device_path,
+                                                          info);
+                     });
+}
+
+// The names on the device that listings of a folder leave out; none when the
+// device can't tell.
+std::vector<std::string> LeftOutNames(_CONTEXT *context,
+                                      const std::string &folder)
+{
+    const TarniLock lock;
+    std::vector<std::string> names;
+    const _KTL_OBJECT *object = FindObject(folder.c_str());
+    if (object == nullptr || !HasLeftOut(object)) {
+        return names;
+    }
+    AskDevice(context, folder, object,
+              [&names](libiusb_afc *afc, const char *device_path) {
+                  char **list = nullptr;
+                  uint32_t count = 0;
+                  const int ret = libiusb_afc_file_read_directory(
+                      afc, device_path, &list, &count);
+                  for (uint32_t i = 0; ret == 0 && i < count; ++i) {
+                      if (IsHiddenName(list[i])) {
+                          names.emplace_back(list[i]);
+                      }
+                  }
+                  libiusb_misc_free_strings_array(list);
+                  return ret;
+              });
+    return names;
 }
 
 void MakeRecord(const std::string &path, const libiusb_afc_file_info &info)
@@ -87,7 +129,7 @@ int AskAboutUnlisted(_CONTEXT *context, const std::string &path)
     }
     const TarniLock lock;
     libiusb_afc_file_info info{};
-    const int ret = AskDevice(context, path, &info);
+    const int ret = GetInfo(context, path, &info);
     if (ret == LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND) {
         if (missed.size() >= MOST_MISSES) {
             missed.clear();
@@ -110,12 +152,24 @@ bool AppearedOnDevice(_CONTEXT *context, const std::string &path)
     const TarniLock lock;
     libiusb_afc_file_info info{};
     _KTL_OBJECT *folder = GetParentObject(path.c_str());
-    if (folder == nullptr || AskDevice(context, path, &info) != 0) {
+    if (folder == nullptr || GetInfo(context, path, &info) != 0) {
         return false;
     }
     MakeRecord(path, info);
     LinkChild(folder, FindObject(path.c_str()));
     return true;
+}
+
+void ShowLeftOut(_CONTEXT *context, const std::string &folder)
+{
+    for (const std::string &name : LeftOutNames(context, folder)) {
+        const std::string path = ChildPath(folder, name);
+        const bool there = AppearedOnDevice(context, path);
+        // One in use would have had its record in the list.
+        if (there && IsFuseHidden(path) && tarni_opers.unlink != nullptr) {
+            tarni_opers.unlink(path.c_str());
+        }
+    }
 }
 
 void ForgetUnlisted(const std::string &path)

@@ -23,6 +23,11 @@ int AskAboutUnlisted(_CONTEXT *context, const std::string &path);
 // path that is about to be made. If so it has a record, in its folder's list.
 bool AppearedOnDevice(_CONTEXT *context, const std::string &path);
 
+// Asks the device for the names that listings of a folder left out, if any, and
+// puts them into the folder's list: from then on they show. Files that a mount
+// which was killed had removed while they were open are removed now.
+void ShowLeftOut(_CONTEXT *context, const std::string &folder);
+
 // What was found or missed at this path or below may have changed: forgets it,
 // with the records that nothing but this knows.
 void ForgetUnlisted(const std::string &path);
