@@ -64,6 +64,9 @@ TEST_F(AccessTest, DotNamesAreFoundButNotListed)
     EXPECT_EQ(List(Storage("dir")).data, "file\n");
     EXPECT_EQ(ReadFile(Storage("dir/.profile")).data, "dots");
 
+    // The kernel tells of a close a little later.
+    EXPECT_TRUE(
+        Eventually([this] { return simulator->Number("open_files") == 0; }));
     simulator->Control("stats reset");
     EXPECT_EQ(Stat(Storage("dir/.nosuch")).error, ENOENT);
     EXPECT_EQ(Stat(Storage("dir/.nosuch")).error, ENOENT);
