@@ -209,7 +209,8 @@ std::string Volume::UnexpectedLine() const
             continue;
         }
         for (const char *word : {"fail", "NULL", "null", "Unexpected",
-                                 "refused", "nvalid", "EXIST", "check"}) {
+                                 "refused", "nvalid", "EXIST",
+                                 "QN_CHECK"}) {
             if (line.find(word) != std::string::npos) {
                 return line;
             }
