@@ -16,10 +16,9 @@ namespace
 constexpr const char *SELF = "tarnifs_create";
 constexpr const char *HANDLE = "CreateFileHandle";
 
-// `end` closes the log line; the two refusals differ in a blank there.
-int refuse(const char *path, const char *end)
+int refuse(const char *path)
 {
-    QNLog(3, "%s create not supported. path : %s%s", SELF, path, end);
+    QNLog(3, "%s create not supported. path : %s", SELF, path);
     return ReportRefusal(TEXT_READ_ONLY, ParentFolderText(path).c_str());
 }
 
@@ -97,10 +96,13 @@ int createLocked(const char *path, tarni_file_info *fi)
         return 0;
     }
     if (BeginsWith(path, "/Apps/")) {
-        return PathDepth(path) > 2 ? createIn(path, fi) : refuse(path, " ");
+        if (PathDepth(path) > 2) {
+            return createIn(path, fi);
+        }
+        QNLog(3, "%s create not supported. path : %s ", SELF, path);
+        return refuse(path);
     }
-    return BeginsWith(path, STORAGE_AREA) ? createIn(path, fi)
-                                          : refuse(path, "");
+    return BeginsWith(path, STORAGE_AREA) ? createIn(path, fi) : refuse(path);
 }
 
 } // namespace

@@ -28,7 +28,16 @@ int CreateFileHandle(const char *path);
 int uploadfile(const _CONTEXT *context, const char *from, const char *to,
                libiusb_afc *afc, bool remove_after);
 
-// Likewise at the end of the device file, through the main connection; the
+// Brings a staged record's data to the device before the rename that it was
+// staged for: the staged file of the volume path `from` to the device path `to`.
+// 0 when all of it is there: the local file is gone and the record staged no
+// more. Otherwise what went wrong; the local file, the only copy, stays, and the
+// rename must not take place, or it would put an unfinished file over a good one.
+struct _KTL_OBJECT;
+int UploadStaged(const _CONTEXT *context, _KTL_OBJECT *object, const char *from,
+                 const char *to, libiusb_afc *afc);
+
+// As uploadfile at the end of the device file, through the main connection; the
 // local file stays.
 int uploadfileappend(const _CONTEXT *context, const char *from, const char *to);
 

@@ -5,6 +5,7 @@
 
 #include "tarnifs/catalogue/object.h"
 #include "tarnifs/filedata/connection.h"
+#include "tarnifs/filedata/device_file.h"
 #include "tarnifs/filedata/filedata.h"
 #include "tarnifs/filedata/staging.h"
 #include "tarnifs/mount/context.h"
@@ -23,19 +24,23 @@ struct REQUEST {
 };
 
 // *failed: the device refused and the user was told; nothing is tracked then.
-int readDevice(libiusb_afc *connection, _KTL_OBJECT *object, const char *path,
+int readDevice(_CONTEXT *context, _KTL_OBJECT *object, const char *path,
                const REQUEST &request, bool *failed)
 {
     if (object->file_handle == 0) {
         QNLog(3, "%s file_handle is NULL", SELF);
         return -ECANCELED;
     }
+    if (ReviveDeviceFile(context, object, path) != 0) {
+        *failed = true;
+        return -ECANCELED;
+    }
     uint32_t count = 0;
     const auto length = static_cast<uint32_t>(
         std::min(request.size, static_cast<size_t>(INT_MAX)));
     const int ret = libiusb_afc_file_read(
-        connection, object->file_handle, request.buf, length,
-        static_cast<uint64_t>(request.offset), &count);
+        ConnectionOf(context, object, path), object->file_handle, request.buf,
+        length, static_cast<uint64_t>(request.offset), &count);
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_file_read fail. Err=%d, path(%s)", SELF, ret,
               path);
@@ -81,8 +86,7 @@ int readLocked(const char *path, const REQUEST &request, tarni_file_info *fi)
     if (object == nullptr) {
         return -ECANCELED;
     }
-    libiusb_afc *connection = ConnectionOf(context, object, path);
-    if (connection == nullptr) {
+    if (ConnectionOf(context, object, path) == nullptr) {
         QNLog(3, "%s afc_handle is NULL!", SELF);
         return 0;
     }
@@ -91,7 +95,7 @@ int readLocked(const char *path, const REQUEST &request, tarni_file_info *fi)
         ret = ReadStaged(context, path, fi->flags, request.buf, request.size,
                          request.offset);
     } else {
-        ret = readDevice(connection, object, path, request, &failed);
+        ret = readDevice(context, object, path, request, &failed);
     }
     if (!failed) {
         trackReadThrough(object, fi, request.offset, ret);

@@ -92,10 +92,19 @@ int TruncateStaged(const _CONTEXT *context, const char *path, off_t size)
     return result;
 }
 
-_KTL_OBJECT *FindSafeSaveTarget(const char *path)
+void DropStaged(const _CONTEXT *context, const char *path)
 {
+    unlink(stagedFile(context, path).c_str());
+}
+
+bool IsSafeSave(const _KTL_OBJECT *object, const char *path)
+{
+    if (object->type == KTL_STAGED) {
+        return true;
+    }
     const std::string text = path;
     const size_t mark = text.find(".sb-");
-    return mark == std::string::npos ? nullptr
-                                     : FindObject(text.substr(0, mark).c_str());
+    return mark != std::string::npos &&
+           text.find('/', mark) == std::string::npos && object->size == 0 &&
+           FindObject(text.substr(0, mark).c_str()) != nullptr;
 }

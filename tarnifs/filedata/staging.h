@@ -21,7 +21,14 @@ int WriteStaged(const _CONTEXT *context, const char *path, const char *buf,
 // errno.
 int TruncateStaged(const _CONTEXT *context, const char *path, off_t size);
 
-// The path before the first ".sb-" when the catalogue knows a file there: the
-// one that a program saves over. Null for any other path.
+// Removes the staged file of a volume path whose record goes, so that a later
+// temporary of the same name does not begin with its bytes.
+void DropStaged(const _CONTEXT *context, const char *path);
+
+// Whether a file's writes are staged: it is staged already, or it is an empty
+// one named like a program's temporary (".sb-" in its own name, not in a
+// folder's) of a file that the catalogue knows. What is on the device already is
+// written there: a staged file holds the whole of its contents, or the upload
+// would lose the rest.
 struct _KTL_OBJECT;
-_KTL_OBJECT *FindSafeSaveTarget(const char *path);
+bool IsSafeSave(const _KTL_OBJECT *object, const char *path);

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tarnifs/catalogue/key.h"
+#include "tarnifs/catalogue/object.h"
 #include "tarnifs/filedata/create.h"
 #include "tarnifs/mount/private_folder.h"
 #include "util/log.h"
@@ -19,6 +21,7 @@ namespace
 // One less than 64 KiB, on purpose.
 constexpr uint64_t PIECE = 65535;
 constexpr mode_t OWNER_FILE = S_IRUSR | S_IWUSR;
+constexpr int LOCAL_FAILURE = -1; // no local file, or it can't be read
 
 struct UPLOAD {
     const char *self; // who logs
@@ -33,9 +36,10 @@ bool readPiece(int fd, std::vector<char> *piece, size_t length, uint64_t offset)
     return pread(fd, piece->data(), length, static_cast<off_t>(offset)) > 0;
 }
 
-// True when everything that the local file held at the beginning was written.
-// Pieces are written whole whatever was read of them: that size counts.
-bool copyAll(const UPLOAD &upload, int fd, uint64_t size)
+// 0 when everything that the local file held at the beginning was written, else
+// the device's code. Pieces are written whole whatever was read of them: that
+// size counts.
+int copyAll(const UPLOAD &upload, int fd, uint64_t size)
 {
     std::vector<char> piece(PIECE);
     uint64_t offset = 0;
@@ -45,7 +49,7 @@ bool copyAll(const UPLOAD &upload, int fd, uint64_t size)
         if (!readPiece(fd, &piece, length, offset)) {
             QNLog(3, "%s read staging file failed. offset : %llu", upload.self,
                   static_cast<unsigned long long>(offset));
-            return false;
+            return LOCAL_FAILURE;
         }
         uint32_t written = 0;
         const int ret = libiusb_afc_file_write(
@@ -53,11 +57,11 @@ bool copyAll(const UPLOAD &upload, int fd, uint64_t size)
         if (ret != 0 || written == 0) {
             QNLog(3, "%s libiusb_afc_file_write failed. code : %d", upload.self,
                   ret);
-            return false;
+            return ret != 0 ? ret : LIBIUSB_ERROR_AFC_WRITE;
         }
         offset += written;
     }
-    return true;
+    return 0;
 }
 
 int closeUpload(const UPLOAD &upload)
@@ -71,9 +75,10 @@ int closeUpload(const UPLOAD &upload)
     return ret;
 }
 
-// *complete: everything was written and the device file closed well.
+// *copied: 0 when everything was written and the device file closed well, else
+// what kept it from that.
 int copyToDevice(const UPLOAD &given, const std::string &local,
-                 const char *from, const char *to, int mode, bool *complete)
+                 const char *from, const char *to, int mode, int *copied)
 {
     UPLOAD upload = given;
     struct stat st {
@@ -81,25 +86,39 @@ int copyToDevice(const UPLOAD &given, const std::string &local,
     if (stat(local.c_str(), &st) != 0) {
         QNLog(3, "%s frompath(%s) file is not exist.", upload.self,
               local.c_str());
-        return -1;
+        return *copied = LOCAL_FAILURE;
     }
     int ret = libiusb_afc_file_open(upload.afc, to, mode, &upload.file);
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_file_open failed. code : %d, path : %s\n",
               upload.self, ret, from);
-        return ret;
+        return *copied = ret;
     }
-    bool copied = false;
+    *copied = LOCAL_FAILURE;
     const int fd = open(local.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) {
         QNLog(3, "%s topath open failed.", upload.self);
     } else {
-        copied = copyAll(upload, fd, static_cast<uint64_t>(st.st_size));
+        *copied = copyAll(upload, fd, static_cast<uint64_t>(st.st_size));
         close(fd);
     }
     ret = closeUpload(upload);
-    *complete = copied && ret == 0;
+    if (*copied == 0) {
+        *copied = ret;
+    }
     return ret;
+}
+
+// The private folder's path, made when it is missing.
+std::string readyFolder(const _CONTEXT *context)
+{
+    std::string folder = PrivateFolder(context);
+    struct stat st {
+    };
+    if (stat(folder.c_str(), &st) != 0) {
+        mkdir(folder.c_str(), S_IRWXU);
+    }
+    return folder;
 }
 
 } // namespace
@@ -107,39 +126,42 @@ int copyToDevice(const UPLOAD &given, const std::string &local,
 int uploadfile(const _CONTEXT *context, const char *from, const char *to,
                libiusb_afc *afc, bool remove_after)
 {
-    const std::string folder = PrivateFolder(context);
-    struct stat st {
-    };
-    if (stat(folder.c_str(), &st) != 0) {
-        mkdir(folder.c_str(), S_IRWXU);
-    }
-    const std::string local = folder + from;
-    bool complete = false;
+    const std::string local = readyFolder(context) + from;
+    int copied = 0;
     const int ret = copyToDevice({"uploadfile", afc}, local, from, to,
-                                 LIBIUSB_MODE_WRITE, &complete);
-    if (complete && remove_after) {
+                                 LIBIUSB_MODE_WRITE, &copied);
+    if (copied == 0 && remove_after) {
         remove(local.c_str());
     }
     return ret;
 }
 
+int UploadStaged(const _CONTEXT *context, _KTL_OBJECT *object, const char *from,
+                 const char *to, libiusb_afc *afc)
+{
+    const std::string name = std::string("/") + LastComponent(from);
+    const std::string local = readyFolder(context) + name;
+    int copied = 0;
+    copyToDevice({"uploadfile", afc}, local, name.c_str(), to,
+                 LIBIUSB_MODE_WRITE, &copied);
+    if (copied == 0) {
+        remove(local.c_str());
+        object->type = KTL_ORDINARY;
+    }
+    return copied;
+}
+
 int uploadfileappend(const _CONTEXT *context, const char *from, const char *to)
 {
-    bool complete = false;
+    int copied = 0;
     return copyToDevice({"uploadfileappend", context->afc_handle},
                         PrivateFolder(context) + from, from, to,
-                        LIBIUSB_MODE_APPEND, &complete);
+                        LIBIUSB_MODE_APPEND, &copied);
 }
 
 int MakeTmpPath(const _CONTEXT *context, const char *path, unsigned mode)
 {
-    const std::string folder = PrivateFolder(context);
-    struct stat st {
-    };
-    if (stat(folder.c_str(), &st) != 0) {
-        mkdir(folder.c_str(), S_IRWXU);
-    }
-    const std::string local = folder + path;
+    const std::string local = readyFolder(context) + path;
     if ((mode & S_IFDIR) != 0) {
         return mkdir(local.c_str(), S_IRWXU);
     }

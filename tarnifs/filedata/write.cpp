@@ -5,6 +5,7 @@
 
 #include "tarnifs/catalogue/object.h"
 #include "tarnifs/filedata/connection.h"
+#include "tarnifs/filedata/device_file.h"
 #include "tarnifs/filedata/filedata.h"
 #include "tarnifs/filedata/staging.h"
 #include "tarnifs/mount/context.h"
@@ -39,9 +40,12 @@ void noteWritten(_CONTEXT *context, _KTL_OBJECT *object, uint64_t end)
 }
 
 // On failure *confirmed is what reached the device all the same.
-int writeDevice(_CONTEXT *context, const _KTL_OBJECT *object, const char *path,
+int writeDevice(_CONTEXT *context, _KTL_OBJECT *object, const char *path,
                 const REQUEST &request, uint32_t *confirmed)
 {
+    if (ReviveDeviceFile(context, object, path) != 0) {
+        return -ECANCELED;
+    }
     const auto length = static_cast<uint32_t>(
         std::min(request.size, static_cast<size_t>(INT_MAX)));
     const int ret = libiusb_afc_file_write(
@@ -72,7 +76,7 @@ int writeLocked(const char *path, const REQUEST &request, tarni_file_info *fi)
         return -ECANCELED;
     }
     uint32_t written = 0;
-    if (FindSafeSaveTarget(path) != nullptr) {
+    if (IsSafeSave(object, path)) {
         ret = WriteStaged(context, path, request.buf, request.size,
                           request.offset);
         object->type = KTL_STAGED;

@@ -34,10 +34,12 @@ int listEntry(const LISTING &listing, const char *name)
     }
     _KTL_OBJECT *object = GetObjectWithFileName(volumePath.c_str());
     const bool isFolder = info.file_type == LIBIUSB_FILE_FOLDER;
-    object->mode = isFolder ? KTL_MODE_FOLDER : KTL_MODE_FILE;
-    object->type = isFolder ? KTL_DEVICE_FOLDER : KTL_DEVICE_FILE;
+    if (object->type != KTL_STAGED) { // else it is newer than the device's
+        object->mode = isFolder ? KTL_MODE_FOLDER : KTL_MODE_FILE;
+        object->type = isFolder ? KTL_DEVICE_FOLDER : KTL_DEVICE_FILE;
+        FillSizeAndTimes(object, info);
+    }
     object->app_id = ReplaceString(object->app_id, listing.folder->app_id);
-    FillSizeAndTimes(object, info);
     LinkChild(listing.folder, object);
     if (listing.filler != nullptr) {
         listing.filler(listing.buffer, name, nullptr, 0);

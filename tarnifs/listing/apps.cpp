@@ -70,7 +70,7 @@ bool convertName(const libiusb_app &app, std::string *name)
         QNLog(3, "%s Low memory!", SELF);
         return false;
     }
-    if (isImpossible(app.name) || getUTF8MACName(app.name, buffer.get()) != 0) {
+    if (getUTF8MACName(app.name, buffer.get()) != 0) {
         QNLog(3, "%s getUTF8MACName failed. target App Name : %s", SELF,
               app.name);
         return false;
@@ -96,6 +96,10 @@ int listApps(_CONTEXT *context, _KTL_OBJECT *apps, void *buffer,
         return 0;
     }
     for (const libiusb_app *app = list.get(); app != nullptr; app = app->next) {
+        if (isImpossible(app->name)) {
+            QNLog(3, "%s app left out for its name : %s", SELF, app->bundle_id);
+            continue;
+        }
         std::string name;
         if (!convertName(*app, &name)) {
             break;

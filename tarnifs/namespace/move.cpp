@@ -2,7 +2,6 @@
 // everything else is not supported at present.
 #include <string>
 
-#include "tarnifs/catalogue/key.h"
 #include "tarnifs/filedata/connection.h"
 #include "tarnifs/filedata/create.h"
 #include "tarnifs/listing/apps.h"
@@ -49,13 +48,16 @@ class Client
 };
 
 int renameInApp(const _CONTEXT *context, libiusb_afc *client,
-                const _KTL_OBJECT *source, const char *from, const char *to)
+                _KTL_OBJECT *source, const char *from, const char *to)
 {
     const std::string deviceFrom = AppDevicePath(from);
     const std::string deviceTo = AppDevicePath(to);
     if (source->type == KTL_STAGED) {
-        const std::string local = std::string("/") + LastComponent(from);
-        uploadfile(context, local.c_str(), deviceFrom.c_str(), client, true);
+        const int ret =
+            UploadStaged(context, source, from, deviceFrom.c_str(), client);
+        if (ret != 0) {
+            return ret;
+        }
     }
     const int ret =
         libiusb_afc_rename(client, deviceFrom.c_str(), deviceTo.c_str());
@@ -81,7 +83,7 @@ int movetoapps(_CONTEXT *context, const char *from, const char *to)
     if (!sameApp || folder == nullptr) {
         return LIBIUSB_ERROR_AFC_OP_NOT_SUPPORTED;
     }
-    const _KTL_OBJECT *source = GetObject(from);
+    _KTL_OBJECT *source = GetObject(from);
     if (source->mode == KTL_MODE_FILE &&
         source->size >= context->device_info.free_capacity) {
         return LIBIUSB_ERROR_NO_SPACE;

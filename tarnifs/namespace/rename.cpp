@@ -4,6 +4,7 @@
 
 #include "tarnifs/catalogue/key.h"
 #include "tarnifs/filedata/create.h"
+#include "tarnifs/filedata/staging.h"
 #include "tarnifs/listing/apps.h"
 #include "tarnifs/listing/storage.h"
 #include "tarnifs/names/device_path.h"
@@ -53,13 +54,16 @@ int renameInStorage(_CONTEXT *context, _KTL_OBJECT *source, const char *from,
 {
     const std::string deviceFrom = StorageDevicePath(from);
     const std::string deviceTo = StorageDevicePath(to);
+    int ret = 0;
     if (source->type == KTL_STAGED) {
-        const std::string local = std::string("/") + LastComponent(from);
-        uploadfile(context, local.c_str(), deviceFrom.c_str(),
-                   context->afc_handle, true);
+        ret = UploadStaged(context, source, from, deviceFrom.c_str(),
+                           context->afc_handle);
+        if (ret != 0) {
+            return ret;
+        }
     }
-    const int ret = libiusb_afc_rename(context->afc_handle, deviceFrom.c_str(),
-                                       deviceTo.c_str());
+    ret = libiusb_afc_rename(context->afc_handle, deviceFrom.c_str(),
+                             deviceTo.c_str());
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_rename failed. from(%s) to(%s). error : %d",
               SELF, deviceFrom.c_str(), deviceTo.c_str(), ret);
@@ -153,6 +157,19 @@ int renameLocked(const char *from, const char *to)
     return refuseRename(source, from, to);
 }
 
+// What a replaced file took up is free again, on the device and here.
+void dropReplaced(const _KTL_OBJECT *object, const char *path)
+{
+    _CONTEXT *context = nullptr;
+    if (object->mode != KTL_MODE_FILE || getContext(&context) != 0) {
+        return;
+    }
+    if (object->type == KTL_STAGED) {
+        DropStaged(context, path);
+    }
+    context->device_info.free_capacity += object->size;
+}
+
 } // namespace
 
 _KTL_OBJECT *MakeTarget(const char *to, const _KTL_OBJECT *source)
@@ -164,6 +181,7 @@ _KTL_OBJECT *MakeTarget(const char *to, const _KTL_OBJECT *source)
         return existing;
     }
     if (existing != nullptr) {
+        dropReplaced(existing, to);
         DeleteChildObject(existing, to);
         DeleteObject(existing, to);
     }

@@ -1,6 +1,7 @@
 #include <string>
 
 #include "tarnifs/filedata/connection.h"
+#include "tarnifs/filedata/staging.h"
 #include "tarnifs/names/device_path.h"
 #include "tarnifs/namespace/make_remove.h"
 #include "tarnifs/notify/dialogs.h"
@@ -29,6 +30,9 @@ int removeFile(_CONTEXT *context, libiusb_afc *connection, _KTL_OBJECT *object,
         return ret;
     }
     context->device_info.free_capacity += object->size;
+    if (object->type == KTL_STAGED) {
+        DropStaged(context, path);
+    }
     DeleteObject(object, path);
     return 0;
 }

@@ -59,10 +59,20 @@ TEST_F(AppsListing, NumbersEndAtNineHundredNinetyNine)
     EXPECT_STREQ(object("/Apps/N (999)")->app_id, "com.1001");
 }
 
-TEST_F(AppsListing, ANameThatIsNoneEndsTheList)
+TEST_F(AppsListing, NamesThatCannotBeShown)
 {
-    for (const std::string &bad : {std::string("\xff"), std::string(),
-                                   std::string(".."), std::string(512, 'x')}) {
+    for (const std::string &bad :
+         {std::string(), std::string(".."), std::string(512, 'x')}) {
+        unmount();
+        freshDevice();
+        ASSERT_TRUE(mount());
+        addToDevice(bad, "com.bad");
+        addToDevice("After", "com.after");
+        EXPECT_EQ(list("/Apps"), (Names{".", "..", "After"}));
+        expectLogged("enumApps app left out for its name : com.bad");
+        expectNothingRaised();
+    }
+    for (const std::string &bad : {std::string("\xff")}) {
         unmount();
         freshDevice();
         ASSERT_TRUE(mount());

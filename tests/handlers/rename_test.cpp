@@ -59,6 +59,15 @@ class Rename : public MountTest
         ASSERT_EQ(Value(object(path)->type), KTL_STAGED);
         memoryWorld.forgetCalls();
     }
+    // What the device has of a file; empty for a folder or nothing.
+    std::string contents(const std::string &path)
+    {
+        const bool inApp = path.starts_with("/Apps/Notes");
+        const auto *node =
+            inApp ? sandbox().find("/Documents" + path.substr(11))
+                  : media().find("/general_storage" + path.substr(8));
+        return node != nullptr ? node->data : "";
+    }
     bool isStaged(const std::string &name)
     {
         return std::ifstream(privateFolder() + "/" + name).good();
@@ -419,9 +428,14 @@ TEST_F(Rename, EveryFailingCallLeavesAVolumeThatWorks)
                 }
             },
             [this, &each](int code) {
+                const std::string old = contents(each.to);
                 int ret = rename(each.from, each.to);
                 expectTold(ret, code);
                 memoryWorld.heal();
+                // The file that is saved over is whole, before and after.
+                if (each.staged) {
+                    EXPECT_EQ(contents(each.to), ret == 0 ? "staged" : old);
+                }
                 // An upload closes its file once more after a failure.
                 if (each.staged) {
                     memoryWorld.violations.clear();
@@ -436,6 +450,9 @@ TEST_F(Rename, EveryFailingCallLeavesAVolumeThatWorks)
                 EXPECT_EQ(object(each.from), nullptr);
                 EXPECT_NE(object(each.to), nullptr);
                 expectAllShown();
+                if (each.staged) {
+                    EXPECT_EQ(contents(each.to), "staged");
+                }
                 if (attributes(each.to).st_mode == 040777U) {
                     EXPECT_EQ(list(each.to)[2], "x");
                 }

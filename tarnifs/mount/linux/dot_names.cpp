@@ -56,7 +56,7 @@ void ShowDotNames(const std::string &folder,
         // A folder that gets a child before it is listed would look listed.
         if (ResolvePath(ParentFolderText(path).c_str(), &parent) == 0 &&
             EnsureListed(parent) == 0 && !IsShown(path)) {
-            AppearedOnDevice(MountContext(), path);
+            AskAboutAppeared(MountContext(), path);
         }
     }
 }

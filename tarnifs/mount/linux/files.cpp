@@ -56,7 +56,13 @@ int OpenExisting(const std::string &path, fuse_file_info *fi)
 // it, so the device is asked first; it costs one request per new file.
 int CreateNew(const std::string &path, mode_t mode, fuse_file_info *fi)
 {
-    if (IsWritablePlace(path) && AppearedOnDevice(MountContext(), path)) {
+    const int there = IsWritablePlace(path)
+                          ? AskAboutAppeared(MountContext(), path)
+                          : -ENOENT;
+    if (there != 0 && there != -ENOENT) {
+        return there;
+    }
+    if (there == 0) {
         if ((fi->flags & O_EXCL) != 0) {
             return -EEXIST;
         }
@@ -86,7 +92,7 @@ int CreateAdapter(const char *path, mode_t mode, fuse_file_info *fi)
 {
     const Gate gate;
     // Trash folders and the like: nobody asked for them, nobody is told.
-    if (IsTopLevelDotName(path) || tarni_opers.create == nullptr) {
+    if (IsRefusedAtTop(path) || tarni_opers.create == nullptr) {
         return -EROFS;
     }
     std::string spelled;

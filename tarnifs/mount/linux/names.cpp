@@ -26,7 +26,7 @@ int AccessAdapter(const char *path, int mask)
 int MkdirAdapter(const char *path, mode_t mode)
 {
     const Gate gate;
-    if (IsTopLevelDotName(path) || tarni_opers.mkdir == nullptr) {
+    if (IsRefusedAtTop(path) || tarni_opers.mkdir == nullptr) {
         return -EROFS;
     }
     std::string spelled;

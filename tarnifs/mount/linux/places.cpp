@@ -20,9 +20,10 @@ std::string Moved(const std::string &path, const std::string &from,
     return to + path.substr(from.size());
 }
 
-bool IsTopLevelDotName(std::string_view path)
+bool IsRefusedAtTop(std::string_view path)
 {
-    return path.starts_with("/.") && PathDepth(path) == 1;
+    return PathDepth(path) == 1 && path != STORAGE_AREA &&
+           (path.starts_with("/.") || BeginsWith(path, STORAGE_AREA));
 }
 
 bool IsWritablePlace(std::string_view path)

@@ -14,8 +14,10 @@ bool IsWithin(std::string_view path, std::string_view folder);
 std::string Moved(const std::string &path, const std::string &from,
                   const std::string &to);
 
-// "/.Trash-1000" and the like.
-bool IsTopLevelDotName(std::string_view path);
+// Whether a new name at the top level is refused without asking a handler:
+// "/.Trash-1000" and the like, and "/Storagex", which the handlers, with their
+// plain prefix tests, would make beside the storage folder on the device.
+bool IsRefusedAtTop(std::string_view path);
 
 // Whether files at this path may be changed: below "/Storage" and below the
 // folder of an app.

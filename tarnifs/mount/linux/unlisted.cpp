@@ -147,24 +147,33 @@ int AskAboutUnlisted(_CONTEXT *context, const std::string &path)
     return 0;
 }
 
-bool AppearedOnDevice(_CONTEXT *context, const std::string &path)
+int AskAboutAppeared(_CONTEXT *context, const std::string &path)
 {
     const TarniLock lock;
     libiusb_afc_file_info info{};
     _KTL_OBJECT *folder = GetParentObject(path.c_str());
-    if (folder == nullptr || GetInfo(context, path, &info) != 0) {
-        return false;
+    if (folder == nullptr) {
+        return -ENOENT;
+    }
+    const int ret = GetInfo(context, path, &info);
+    if (ret == LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND) {
+        return -ENOENT;
+    }
+    if (ret != LIBIUSB_SUCCESS) {
+        QNLog(3, "%s libiusb_afc_file_get_info failed. path(%s), ret : %d",
+              "AskAboutAppeared", path.c_str(), ret);
+        return -EIO;
     }
     MakeRecord(path, info);
     LinkChild(folder, FindObject(path.c_str()));
-    return true;
+    return 0;
 }
 
 void ShowLeftOut(_CONTEXT *context, const std::string &folder)
 {
     for (const std::string &name : LeftOutNames(context, folder)) {
         const std::string path = ChildPath(folder, name);
-        const bool there = AppearedOnDevice(context, path);
+        const bool there = AskAboutAppeared(context, path) == 0;
         // One in use would have had its record in the list.
         if (there && IsFuseHidden(path) && tarni_opers.unlink != nullptr) {
             tarni_opers.unlink(path.c_str());

@@ -20,8 +20,9 @@ bool IsUnlistedFound(const std::string &path);
 int AskAboutUnlisted(_CONTEXT *context, const std::string &path);
 
 // Whether the device has by now a file or folder that no listing showed, at a
-// path that is about to be made. If so it has a record, in its folder's list.
-bool AppearedOnDevice(_CONTEXT *context, const std::string &path);
+// path that is about to be made. 0: it has, and a record in its folder's list.
+// -ENOENT, or -EIO when the device could not answer.
+int AskAboutAppeared(_CONTEXT *context, const std::string &path);
 
 // Asks the device for the names that listings of a folder left out, if any, and
 // puts them into the folder's list: from then on they show. Files that a mount
