@@ -1,6 +1,4 @@
 // The apps area: its folders, and what lies in them.
-#include <cstring>
-
 #include "tarnifs/listing/apps.h"
 #include "tarnifs/notify/tray_pipe.h"
 #include "tests/handlers/fixture.h"
@@ -8,19 +6,15 @@
 namespace
 {
 
-using Names = std::vector<std::string>;
-
 class AppsListing : public MountTest
 {
   protected:
     void SetUp() override { ASSERT_TRUE(mount()); }
-    MemoryTree &addToDevice(const std::string &name,
-                            const std::string &bundleId)
+    void again()
     {
-        memoryWorld.devices[0].apps.push_back({name, bundleId, {}});
-        MemoryTree &tree = memoryWorld.devices[0].apps.back().tree;
-        tree.addFolder("/Documents");
-        return tree;
+        unmount();
+        freshDevice();
+        ASSERT_TRUE(mount());
     }
 };
 
@@ -45,9 +39,14 @@ TEST_F(AppsListing, EveryAppHasAFolderOfItsOwnName)
     EXPECT_EQ(list("/Apps/Notes (2)"), (Names{".", "..", "second"}));
     EXPECT_EQ(list("/Apps/AC:DC"), (Names{".", ".."}));
     EXPECT_EQ(memoryWorld.houses(), 0);
+    const TarniLock lock;
+    memoryWorld.forgetCalls();
+    EXPECT_EQ(enumApps(context(), "/Storage/x", nullptr, nullptr), 0);
+    EXPECT_EQ(enumApps(context(), "/Apps/NoApp", nullptr, nullptr), 0);
+    EXPECT_EQ(memoryWorld.calls, Names());
 }
 
-TEST_F(AppsListing, NumbersEndAtNineHundredNinetyNine)
+TEST_F(AppsListing, NamesHaveLimits)
 {
     for (int i = 0; i < 1002; ++i) {
         addToDevice("N", "com." + std::to_string(i));
@@ -57,53 +56,22 @@ TEST_F(AppsListing, NumbersEndAtNineHundredNinetyNine)
     EXPECT_EQ(names.size(), 2U + 999U);
     EXPECT_EQ(names.back(), "N (999)");
     EXPECT_STREQ(object("/Apps/N (999)")->app_id, "com.1001");
-}
-
-TEST_F(AppsListing, NamesThatCannotBeShown)
-{
     for (const std::string &bad :
          {std::string(), std::string(".."), std::string(512, 'x')}) {
-        unmount();
-        freshDevice();
-        ASSERT_TRUE(mount());
+        again();
         addToDevice(bad, "com.bad");
         addToDevice("After", "com.after");
         EXPECT_EQ(list("/Apps"), (Names{".", "..", "After"}));
         expectLogged("enumApps app left out for its name : com.bad");
-        expectNothingRaised();
     }
-    for (const std::string &bad : {std::string("\xff")}) {
-        unmount();
-        freshDevice();
-        ASSERT_TRUE(mount());
-        addToDevice(std::string(511, 'y'), "com.long");
-        addToDevice(bad, "com.bad");
-        addToDevice("After", "com.after");
-        EXPECT_EQ(list("/Apps"), (Names{".", "..", std::string(511, 'y')}));
-        expectLogged("enumApps getUTF8MACName failed. target App Name : " +
-                     bad);
-        expectNothingRaised();
-    }
-}
-
-TEST_F(AppsListing, FailuresOfTheListAreTold)
-{
-    TrayReader tray(trayPipePath);
-    addToDevice("Notes", "com.a");
-    memoryWorld.failNamed("libiusb_instproxy_getAppId", 1, -332);
-    int ret = 0;
-    list("/Apps", &ret);
-    EXPECT_EQ(ret, -ECANCELED);
-    expectLogged("enumApps libiusb_instproxy_getAppId failed. error : -332");
-    expectError("Could not read directory.\nError Code : -332");
-    EXPECT_EQ(tray.read(), "-neon-neoff");
-    memoryWorld.failNamed("libiusb_instproxy_getAppId", 1, -32);
-    list("/Apps", &ret);
-    expectError("Lost USB Connection.\nDirectory reading aborted.");
-    EXPECT_EQ(list("/Apps"), (Names{".", "..", "Notes"}));
-    unmount();
-    freshDevice();
-    ASSERT_TRUE(mount());
+    again();
+    addToDevice(std::string(511, 'y'), "com.long");
+    addToDevice("\xff", "com.bad");
+    addToDevice("After", "com.after");
+    EXPECT_EQ(list("/Apps"), (Names{".", "..", std::string(511, 'y')}));
+    expectLogged("enumApps getUTF8MACName failed. target App Name : \xff");
+    expectNothingRaised();
+    again();
     EXPECT_EQ(list("/Apps"), (Names{".", ".."}));
     expectLogged("enumApps applist is NULL!");
 }
@@ -135,105 +103,114 @@ TEST_F(AppsListing, AFolderShowsWhatTheAppHas)
     EXPECT_EQ(memoryWorld.calls, Names());
 }
 
-TEST_F(AppsListing, ASandboxThatCannotBeReadIsEmptyForNow)
+TEST_F(AppsListing, FailuresAreLoggedAndSomeAreTold)
 {
-    struct Case {
+    const std::string other = "Could not read directory.\nError Code : ";
+    const struct {
+        const char *path;
         const char *call;
         int n;
+        int code;
         const char *line;
-    };
-    const Case cases[] = {
-        {"libiusb_housearrest_openapp", 1,
-         "enumApps libiusb_housearrest_openapp failed. error : -331"},
-        {"libiusb_afc_file_read_directory", 1,
+        std::string text; // none: listed, with what can be had
+        Names listed;
+    } cases[] = {
+        {"/Apps",
+         "libiusb_instproxy_getAppId",
+         1,
+         -332,
+         "enumApps libiusb_instproxy_getAppId failed. error : -332",
+         other + "-332",
+         {}},
+        {"/Apps",
+         "libiusb_instproxy_getAppId",
+         1,
+         -32,
+         "enumApps libiusb_instproxy_getAppId failed. error : -32",
+         "Lost USB Connection.\nDirectory reading aborted.",
+         {}},
+        {"/Apps/Notes",
+         "libiusb_housearrest_init",
+         1,
+         -321,
+         "enumApps libiusb_housearrest_init failed. error : -321",
+         other + "-321",
+         {}},
+        {"/Apps/Notes",
+         "libiusb_housearrest_openapp",
+         1,
+         -331,
+         "enumApps libiusb_housearrest_openapp failed. error : -331",
+         "",
+         {}},
+        {"/Apps/Notes",
+         "libiusb_afc_file_read_directory",
+         1,
+         -331,
          "enumApps libiusb_afc_file_read_directory failed. from(/Documents). "
-         "ret : -331"},
-        {"libiusb_afc_file_read_directory", 2,
-         "enumApps libiusb_afc_file_read_directory failed. error : -331"},
+         "ret : -331",
+         "",
+         {}},
+        {"/Apps/Notes",
+         "libiusb_afc_file_read_directory",
+         2,
+         -331,
+         "enumApps libiusb_afc_file_read_directory failed. error : -331",
+         "",
+         {}},
+        // Lost with the connection: what is there, and all of it next time.
+        {"/Apps/Notes",
+         "libiusb_afc_file_get_info",
+         2,
+         -32,
+         "enumApps libiusb_afc_file_get_info failed. error : -32",
+         "",
+         {"a", "c"}},
+        // Ended at the second try.
+        {"/Apps/Notes",
+         "libiusb_housearrest_exit",
+         1,
+         -212,
+         "enumApps libiusb_housearrest_exit failed. error : -212",
+         "",
+         {"a", "b", "c"}},
     };
-    addToDevice("Notes", "com.a").addFile("/Documents/a.txt");
-    list("/Apps");
-    for (const Case &each : cases) {
-        memoryWorld.failNamed(each.call, each.n, -331);
-        EXPECT_EQ(list("/Apps/Notes"), (Names{".", ".."}));
+    for (const auto &each : cases) {
+        SCOPED_TRACE(each.line);
+        again();
+        TrayReader tray(trayPipePath);
+        for (const char *name : {"a", "b", "c"}) {
+            memoryWorld.devices[0].apps.empty()
+                ? addToDevice("Notes", "com.a").addFile("/Documents/a")
+                : sandbox().addFile(std::string("/Documents/") + name);
+        }
+        if (each.path != std::string("/Apps")) {
+            list("/Apps");
+            tray.read();
+        }
+        memoryWorld.failNamed(each.call, each.n, each.code);
+        int ret = 0;
+        Names listed = {".", ".."};
+        listed.insert(listed.end(), each.listed.begin(), each.listed.end());
+        EXPECT_EQ(list(each.path, &ret), listed);
+        EXPECT_EQ(ret, each.text.empty() ? 0 : -ECANCELED);
         expectLogged(each.line);
+        EXPECT_EQ(raised().text, each.text);
         EXPECT_EQ(memoryWorld.houses(), 0);
+        if (each.path == std::string("/Apps")) {
+            EXPECT_EQ(tray.read(), "-neon-neoff");
+        }
+        EXPECT_EQ(list("/Apps"), (Names{".", "..", "Notes"}));
+        EXPECT_EQ(list("/Apps/Notes"), (Names{".", "..", "a", "b", "c"}));
     }
-    EXPECT_EQ(list("/Apps/Notes"), (Names{".", "..", "a.txt"}));
+    // An entry that the device refuses to tell of is left out for good.
+    again();
+    addToDevice("Notes", "com.a").addFile("/Documents/a");
+    list("/Apps");
+    memoryWorld.failNamed("libiusb_afc_file_get_info", 1, -210);
+    EXPECT_EQ(list("/Apps/Notes"), (Names{".", ".."}));
+    EXPECT_EQ(list("/Apps/Notes"), (Names{".", ".."}));
     expectNothingRaised();
-}
-
-TEST_F(AppsListing, TheServiceAndItsEndAreTold)
-{
-    addToDevice("Notes", "com.a").addFile("/Documents/a.txt");
-    list("/Apps");
-    int ret = 0;
-    memoryWorld.failNamed("libiusb_housearrest_init", 1, -321);
-    list("/Apps/Notes", &ret);
-    EXPECT_EQ(ret, -ECANCELED);
-    expectLogged("enumApps libiusb_housearrest_init failed. error : -321");
-    expectError("Could not read directory.\nError Code : -321");
-    // Ended at the second try: nobody is told.
-    memoryWorld.failNamed("libiusb_housearrest_exit", 1, -212);
-    EXPECT_EQ(list("/Apps/Notes"), (Names{".", "..", "a.txt"}));
-    expectLogged("enumApps libiusb_housearrest_exit failed. error : -212");
-    EXPECT_EQ(memoryWorld.houses(), 0);
-    expectNothingRaised();
-}
-
-TEST_F(AppsListing, AnEntryThatCannotBeAskedAboutIsLeftOut)
-{
-    MemoryTree &tree = addToDevice("Notes", "com.a");
-    for (const char *name : {"a", "b", "c"}) {
-        tree.addFile(std::string("/Documents/") + name);
-    }
-    list("/Apps");
-    // Lost with the connection: what is there, and all of it the next time.
-    memoryWorld.failNamed("libiusb_afc_file_get_info", 2, -32);
-    EXPECT_EQ(list("/Apps/Notes"), (Names{".", "..", "a", "c"}));
-    expectLogged("enumApps libiusb_afc_file_get_info failed. error : -32");
-    EXPECT_EQ(list("/Apps/Notes"), (Names{".", "..", "a", "b", "c"}));
-    unmount();
-    ASSERT_TRUE(mount());
-    list("/Apps");
-    memoryWorld.failNamed("libiusb_afc_file_get_info", 2, -210);
-    EXPECT_EQ(list("/Apps/Notes"), (Names{".", "..", "a", "c"}));
-    EXPECT_EQ(list("/Apps/Notes"), (Names{".", "..", "a", "c"}));
-    expectNothingRaised();
-}
-
-TEST_F(AppsListing, AVeryLargeFolderIsAnnounced)
-{
-    MemoryTree &tree = addToDevice("Notes", "com.a");
-    for (int i = 0; i < 30000; ++i) {
-        tree.addFile("/Documents/fits/" + std::to_string(i));
-        tree.addFile("/Documents/big/" + std::to_string(i));
-    }
-    tree.addFile("/Documents/big/last");
-    list("/Apps");
-    list("/Apps/Notes");
-    TrayReader tray(trayPipePath);
-    EXPECT_EQ(list("/Apps/Notes/fits").size(), 30002U);
-    EXPECT_EQ(tray.read(), "");
-    EXPECT_EQ(list("/Apps/Notes/big").size(), 30003U);
-    EXPECT_EQ(tray.read(), "-neon-neoff");
-    unmount();
-    ASSERT_TRUE(mount());
-    list("/Apps");
-    list("/Apps/Notes");
-    tray.read();
-    memoryWorld.failNamed("libiusb_afc_file_read_directory", 2, -212);
-    EXPECT_EQ(list("/Apps/Notes/big").size(), 2U);
-    EXPECT_EQ(tray.read(), "-neon-neoff");
-}
-
-TEST_F(AppsListing, OtherPathsListNothing)
-{
-    const TarniLock lock;
-    memoryWorld.forgetCalls();
-    EXPECT_EQ(enumApps(context(), "/Storage/x", nullptr, nullptr), 0);
-    EXPECT_EQ(enumApps(context(), "/Apps/NoApp", nullptr, nullptr), 0);
-    EXPECT_EQ(memoryWorld.calls, Names());
 }
 
 TEST_F(AppsListing, EveryFailingCallLeavesAVolumeThatWorks)
@@ -249,9 +226,9 @@ TEST_F(AppsListing, EveryFailingCallLeavesAVolumeThatWorks)
             addToDevice("Other", "com.b");
         },
         [this](int code) {
-            for (const char *path :
+            for (const std::string path :
                  {"/Apps", "/Apps/Notes", "/Apps/Notes/sub"}) {
-                if (strcmp(path, "/Apps") != 0 && object(path) == nullptr) {
+                if (path != "/Apps" && object(path) == nullptr) {
                     break; // nobody lists what was not shown
                 }
                 int ret = 0;
@@ -266,9 +243,8 @@ TEST_F(AppsListing, EveryFailingCallLeavesAVolumeThatWorks)
             memoryWorld.heal();
             EXPECT_EQ(list("/Apps").size(), 4U);
             if (!left) {
-                MemoryTree &tree = memoryWorld.devices[0].apps[0].tree;
-                expectShown("/Apps/Notes", tree, "/Documents");
-                expectShown("/Apps/Notes/sub", tree, "/Documents/sub");
+                expectShown("/Apps/Notes", sandbox(), "/Documents");
+                expectShown("/Apps/Notes/sub", sandbox(), "/Documents/sub");
             }
             EXPECT_EQ(memoryWorld.houses(), 0);
         });

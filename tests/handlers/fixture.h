@@ -54,6 +54,8 @@ class TrayReader
     int fd = -1;
 };
 
+using Names = std::vector<std::string>;
+
 // What an operation asked the dialog thread to show.
 struct Raised {
     std::string title; // empty: nothing
@@ -74,27 +76,69 @@ class MountTest : public testing::Test
     MemoryDevice &freshDevice();
     bool mount();
     void unmount();
-    _CONTEXT *context() const;
+    _CONTEXT *context() const
+    {
+        return static_cast<_CONTEXT *>(testHost.privateData);
+    }
+    MemoryTree &media() { return memoryWorld.devices[0].media; }
+    // Of the first app.
+    MemoryTree &sandbox() { return memoryWorld.devices[0].apps[0].tree; }
+    uint64_t freeSpace() { return context()->device_info.free_capacity; }
 
     // Operations, with what a host adds.
     std::vector<std::string> list(const std::string &path, int *ret = nullptr);
     int fill(const std::string &path); // null filler
     struct stat attributes(const std::string &path, int *ret = nullptr);
-    int open(const std::string &path, tarni_file_info *fi);
-    int release(const std::string &path, tarni_file_info *fi);
     std::string read(const std::string &path, tarni_file_info *fi, size_t size,
                      off_t offset, int *ret = nullptr);
+    int open(const std::string &path, tarni_file_info *fi)
+    {
+        return tarni_opers.open(path.c_str(), fi);
+    }
+    int release(const std::string &path, tarni_file_info *fi)
+    {
+        return tarni_opers.release(path.c_str(), fi);
+    }
     int write(const std::string &path, tarni_file_info *fi,
-              const std::string &data, off_t offset);
-    int create(const std::string &path, tarni_file_info *fi);
-    int mkdir(const std::string &path);
-    int rmdir(const std::string &path);
-    int unlink(const std::string &path);
-    int rename(const std::string &from, const std::string &to);
+              const std::string &data, off_t offset)
+    {
+        return tarni_opers.write(path.c_str(), data.data(), data.size(), offset,
+                                 fi);
+    }
+    int create(const std::string &path, tarni_file_info *fi)
+    {
+        return tarni_opers.create(path.c_str(), 0644, fi);
+    }
+    int mkdir(const std::string &path)
+    {
+        return tarni_opers.mkdir(path.c_str(), 0755);
+    }
+    int rmdir(const std::string &path)
+    {
+        return tarni_opers.rmdir(path.c_str());
+    }
+    int unlink(const std::string &path)
+    {
+        return tarni_opers.unlink(path.c_str());
+    }
+    int rename(const std::string &from, const std::string &to)
+    {
+        return tarni_opers.rename(from.c_str(), to.c_str());
+    }
+    // Mounts a device with some of everything, most of it listed: files and
+    // folders in the storage, the apps "Notes" and "Other", a song.
+    void populate();
+    // That the volume shows of the storage and of "Notes" what the device has.
+    void expectAllShown();
+    // A safe-save temporary of a file that exists: its data is staged.
+    void stage(const std::string &path, const std::string &data);
     // An app folder with its records, as a listing of the apps area leaves
     // them; the app is on the device.
     void addApp(const std::string &name, const std::string &bundleId,
                 const std::vector<std::string> &files);
+    // An app on the device alone; its files.
+    MemoryTree &addToDevice(const std::string &name,
+                            const std::string &bundleId);
     // A media item's record.
     _KTL_OBJECT *addMediaItem(const std::string &path,
                               const std::string &devicePath);
@@ -137,5 +181,6 @@ class MountTest : public testing::Test
   private:
     void forgetRaised();
     std::vector<std::string> rawLog() const;
-    std::vector<std::string> forgottenLog;
+    void unmountCleanly();
+    ptrdiff_t forgottenLines = 0;
 };

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <memory>
 #include <sstream>
-#include <utility>
 
 MemoryWorld memoryWorld;
 
@@ -58,46 +57,26 @@ T *give(std::vector<std::unique_ptr<T>> &all, T **out)
     return *out;
 }
 
-int violate(const std::string &what)
-{
-    memoryWorld.violations.push_back(what);
-    return LIBIUSB_ERROR_INVALID_ARG;
-}
-
 template <typename T>
-bool isAlive(const T *handle, const char *name)
+auto countOpen(const std::vector<std::unique_ptr<T>> &all)
 {
-    if (handle != nullptr && handle->alive) {
-        return true;
-    }
-    violate(std::string(name) + " on a handle that is not open");
-    return false;
+    return std::count_if(all.begin(), all.end(),
+                         [](const auto &each) { return each->alive; });
 }
 
 bool takeNull(const char *name)
 {
-    if (memoryWorld.givesNull != name) {
-        return false;
+    const bool taken = memoryWorld.givesNull == name;
+    if (taken) {
+        memoryWorld.givesNull.clear();
     }
-    memoryWorld.givesNull.clear();
-    return true;
+    return taken;
 }
 
-// The file behind a handle; null with *code set. A handle is good on its own
-// connection only.
-OpenFile *fileOf(libiusb_afc *afc, libiusb_file file, const char *name,
-                 int *code)
+int violate(const std::string &what)
 {
-    *code = LIBIUSB_ERROR_INVALID_ARG;
-    if (!isAlive(afc, name)) {
-        return nullptr;
-    }
-    const auto found = handles.files.find(file);
-    if (found == handles.files.end()) {
-        violate(std::string(name) + " on a file that is not open");
-        return nullptr;
-    }
-    return found->second.afc == afc ? &found->second : nullptr;
+    memoryWorld.violations.push_back(what);
+    return LIBIUSB_ERROR_INVALID_ARG;
 }
 
 MemoryNode *nodeOf(libiusb_afc *afc, const std::string &path)
@@ -107,19 +86,8 @@ MemoryNode *nodeOf(libiusb_afc *afc, const std::string &path)
 
 void closeFilesOf(const libiusb_afc *afc)
 {
-    for (auto at = handles.files.begin(); at != handles.files.end();) {
-        at = at->second.afc == afc ? handles.files.erase(at) : std::next(at);
-    }
-}
-
-char **copyNames(const std::vector<std::string> &names)
-{
-    auto **list = new char *[names.size() + 1]();
-    for (size_t i = 0; i < names.size(); ++i) {
-        list[i] = new char[names[i].size() + 1]();
-        memcpy(list[i], names[i].data(), names[i].size());
-    }
-    return list;
+    std::erase_if(handles.files,
+                  [afc](const auto &file) { return file.second.afc == afc; });
 }
 
 char *copyText(const std::string &text)
@@ -129,21 +97,10 @@ char *copyText(const std::string &text)
     return copy;
 }
 
-template <typename T>
-void tellOpen(std::ostringstream &out, const char *what,
-              const std::vector<std::unique_ptr<T>> &all)
-{
-    const auto alive = std::count_if(
-        all.begin(), all.end(), [](const auto &each) { return each->alive; });
-    if (alive != 0) {
-        out << alive << " " << what << "; ";
-    }
-}
-
 } // namespace
 
 // Notes a call and asks the fault script about it.
-int enter(const char *name, const std::string &detail)
+int note(const char *name, const std::string &detail)
 {
     MemoryWorld &world = memoryWorld;
     world.calls.push_back(detail.empty() ? name
@@ -153,15 +110,59 @@ int enter(const char *name, const std::string &detail)
         return world.allCode;
     }
     if (world.armedCall == 0 ||
-        (!world.armedName.empty() && world.armedName != name)) {
-        return 0;
-    }
-    if (--world.armedCall > 0) {
+        (!world.armedName.empty() && world.armedName != name) ||
+        --world.armedCall > 0) {
         return 0;
     }
     world.faultFired = true;
     return world.armedCode;
 }
+
+namespace
+{
+
+// The same for a call with a handle, which must be open.
+template <typename T>
+int enter(const char *name, const T *handle, const std::string &detail)
+{
+    const int code = note(name, detail);
+    if (handle != nullptr && handle->alive) {
+        return code;
+    }
+    return violate(std::string(name) + " on a handle that is not open");
+}
+
+// And for one with the path of something that must be there.
+int enter(const char *name, libiusb_afc *afc, const char *path,
+          MemoryNode **node)
+{
+    const int code = enter(name, afc, path);
+    *node = code == 0 ? nodeOf(afc, path) : nullptr;
+    return code == 0 && *node == nullptr ? LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND
+                                         : code;
+}
+
+// The file behind a handle; null for one of another connection.
+OpenFile *fileOf(const libiusb_afc *afc, libiusb_file file, const char *name)
+{
+    const auto found = handles.files.find(file);
+    if (found == handles.files.end()) {
+        violate(std::string(name) + " on a file that is not open");
+        return nullptr;
+    }
+    return found->second.afc == afc ? &found->second : nullptr;
+}
+
+// And for a call with an open file.
+int enter(const char *name, const libiusb_afc *afc, libiusb_file file,
+          OpenFile **open)
+{
+    const int code = enter(name, afc, std::string());
+    *open = fileOf(afc, file, name);
+    return code == 0 && *open == nullptr ? LIBIUSB_ERROR_INVALID_ARG : code;
+}
+
+} // namespace
 
 MemoryDevice &MemoryWorld::reset(uint32_t locationId)
 {
@@ -200,8 +201,7 @@ void MemoryWorld::failNamed(const std::string &name, int n, int code)
 
 void MemoryWorld::failAll(int code)
 {
-    heal();
-    faultFired = false;
+    failNamed("", 0, 0);
     allCode = code;
 }
 
@@ -215,27 +215,29 @@ int MemoryWorld::count(const std::string &name) const
 {
     return static_cast<int>(std::count_if(
         calls.begin(), calls.end(), [&name](const std::string &call) {
-            return call == name ||
-                   call.compare(0, name.size() + 1, name + " ") == 0;
+            return call.substr(0, call.find(' ')) == name;
         }));
 }
 
 std::string MemoryWorld::open() const
 {
     std::ostringstream out;
-    std::vector<std::string> files;
     for (const auto &file : handles.files) {
         out << "file " << file.second.path << "; ";
     }
     const auto devicesOpen = std::count_if(
         handles.devices.begin(), handles.devices.end(),
         [](const auto &each) { return each->alive && each->opened; });
-    if (devicesOpen != 0) {
-        out << devicesOpen << " device; ";
+    const std::pair<const char *, ptrdiff_t> kinds[] = {
+        {"device", devicesOpen},
+        {"context", countOpen(handles.contexts)},
+        {"connection", countOpen(handles.afcs)},
+        {"installation proxy", countOpen(handles.proxies)}};
+    for (const auto &[kind, count] : kinds) {
+        if (count != 0) {
+            out << count << " " << kind << "; ";
+        }
     }
-    tellOpen(out, "context", handles.contexts);
-    tellOpen(out, "connection", handles.afcs);
-    tellOpen(out, "installation proxy", handles.proxies);
     return out.str();
 }
 
@@ -253,14 +255,14 @@ const char *libiusb_strerror(int)
 
 int libiusb_init_ex(const char *resources, int)
 {
-    return enter("libiusb_init_ex", resources);
+    return note(__func__, resources);
 }
 
 int libiusb_context_init(libiusb_context **out)
 {
     *out = nullptr;
-    const int code = enter("libiusb_context_init", "");
-    if (code == 0 && !takeNull("libiusb_context_init")) {
+    const int code = note(__func__, "");
+    if (code == 0 && !takeNull(__func__)) {
         give(handles.contexts, out);
     }
     return code;
@@ -268,14 +270,12 @@ int libiusb_context_init(libiusb_context **out)
 
 int libiusb_context_exit(libiusb_context *context)
 {
-    enter("libiusb_context_exit", "");
-    if (!isAlive(context, "libiusb_context_exit")) {
-        return 0;
-    }
-    context->alive = false;
-    for (libiusb_device *device : context->list) {
-        if (device != nullptr) {
-            device->alive = false;
+    if (enter(__func__, context, "") != LIBIUSB_ERROR_INVALID_ARG) {
+        context->alive = false;
+        for (libiusb_device *device : context->list) {
+            if (device != nullptr) {
+                device->alive = false;
+            }
         }
     }
     return 0;
@@ -284,8 +284,8 @@ int libiusb_context_exit(libiusb_context *context)
 int libiusb_device_get_list(libiusb_context *context, libiusb_device ***list)
 {
     *list = nullptr;
-    const int code = enter("libiusb_device_get_list", "");
-    if (code != 0 || !isAlive(context, "libiusb_device_get_list")) {
+    const int code = enter(__func__, context, "");
+    if (code != 0) {
         return code;
     }
     for (libiusb_device *device : context->list) {
@@ -299,9 +299,8 @@ int libiusb_device_get_list(libiusb_context *context, libiusb_device ***list)
             --device.hiddenLists;
             continue;
         }
-        libiusb_device *listed = nullptr;
-        give(handles.devices, &listed)->device = &device;
-        context->list.push_back(listed);
+        context->list.push_back(nullptr);
+        give(handles.devices, &context->list.back())->device = &device;
     }
     context->list.push_back(nullptr);
     *list = context->list.data();
@@ -311,49 +310,35 @@ int libiusb_device_get_list(libiusb_context *context, libiusb_device ***list)
 int libiusb_device_get_info(libiusb_device *device, libiusb_device_info *info)
 {
     *info = {};
-    const int code = enter("libiusb_device_get_info", "");
-    if (code != 0) {
-        return code;
+    int code = enter(__func__, device, "");
+    if (code == 0 && !device->opened) {
+        code = device->device->infoResult;
     }
-    if (!isAlive(device, "libiusb_device_get_info")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
+    if (code == 0) {
+        *info = device->device->info;
     }
-    if (!device->opened && device->device->infoResult != 0) {
-        return device->device->infoResult;
-    }
-    *info = device->device->info;
-    return 0;
+    return code;
 }
 
 int libiusb_device_open(libiusb_device *device, libiusb_device **out)
 {
     *out = nullptr;
-    const int code = enter("libiusb_device_open", "");
-    if (code != 0) {
-        return code;
+    int code = enter(__func__, device, "");
+    if (code == 0 && !device->device->openResults.empty()) {
+        code = device->device->openResults.front();
+        device->device->openResults.pop_front();
     }
-    if (!isAlive(device, "libiusb_device_open")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
+    if (code == 0) {
+        MemoryDevice *which = device->device;
+        give(handles.devices, out)->opened = true;
+        (*out)->device = which;
     }
-    std::deque<int> &results = device->device->openResults;
-    if (!results.empty()) {
-        const int result = results.front();
-        results.pop_front();
-        if (result != 0) {
-            return result;
-        }
-    }
-    MemoryDevice *which = device->device;
-    give(handles.devices, out);
-    (*out)->opened = true;
-    (*out)->device = which;
-    return 0;
+    return code;
 }
 
 int libiusb_device_close(libiusb_device *device)
 {
-    enter("libiusb_device_close", "");
-    if (isAlive(device, "libiusb_device_close")) {
+    if (enter(__func__, device, "") != LIBIUSB_ERROR_INVALID_ARG) {
         device->alive = false;
     }
     return 0;
@@ -362,23 +347,17 @@ int libiusb_device_close(libiusb_device *device)
 int libiusb_afc_init(libiusb_device *device, libiusb_afc **out)
 {
     *out = nullptr;
-    const int code = enter("libiusb_afc_init", "");
-    if (code != 0 || takeNull("libiusb_afc_init")) {
-        return code;
+    const int code = enter(__func__, device, "");
+    if (code == 0 && !takeNull(__func__)) {
+        give(handles.afcs, out)->device = device->device;
+        (*out)->tree = &device->device->media;
     }
-    if (!isAlive(device, "libiusb_afc_init")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
-    }
-    give(handles.afcs, out);
-    (*out)->device = device->device;
-    (*out)->tree = &device->device->media;
-    return 0;
+    return code;
 }
 
 int libiusb_afc_exit(libiusb_afc *afc)
 {
-    enter("libiusb_afc_exit", "");
-    if (isAlive(afc, "libiusb_afc_exit")) {
+    if (enter(__func__, afc, "") != LIBIUSB_ERROR_INVALID_ARG) {
         closeFilesOf(afc);
         afc->alive = false;
     }
@@ -389,26 +368,17 @@ int libiusb_afc_file_get_info(libiusb_afc *afc, const char *path,
                               libiusb_afc_file_info *info)
 {
     *info = {};
-    const int code = enter("libiusb_afc_file_get_info", path);
-    if (code != 0) {
-        return code;
+    MemoryNode *node = nullptr;
+    const int code = enter(__func__, afc, path, &node);
+    if (code == 0) {
+        *info = {node->type, node->data.size(), node->birth, node->modify};
     }
-    if (!isAlive(afc, "libiusb_afc_file_get_info")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
-    }
-    const MemoryNode *node = nodeOf(afc, path);
-    if (node == nullptr) {
-        return LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND;
-    }
-    *info = {node->type, node->data.size(), node->birth, node->modify};
-    return 0;
+    return code;
 }
 
 int libiusb_afc_prefetch_info(libiusb_afc *afc, const char *const *, size_t)
 {
-    const int code = enter("libiusb_afc_prefetch_info", "");
-    isAlive(afc, "libiusb_afc_prefetch_info");
-    return code;
+    return enter(__func__, afc, "");
 }
 
 int libiusb_afc_file_read_directory(libiusb_afc *afc, const char *path,
@@ -418,33 +388,22 @@ int libiusb_afc_file_read_directory(libiusb_afc *afc, const char *path,
     if (list != nullptr) {
         *list = nullptr;
     }
-    const int code = enter("libiusb_afc_file_read_directory", path);
-    if (code != 0) {
-        return code;
-    }
-    if (!isAlive(afc, "libiusb_afc_file_read_directory")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
-    }
-    const MemoryNode *node = nodeOf(afc, path);
-    if (node == nullptr) {
-        return LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND;
-    }
-    if (node->type != LIBIUSB_FILE_FOLDER) {
-        return LIBIUSB_ERROR_AFC_READ;
+    MemoryNode *node = nullptr;
+    const int code = enter(__func__, afc, path, &node);
+    if (code != 0 || node->type != LIBIUSB_FILE_FOLDER) {
+        return code != 0 ? code : LIBIUSB_ERROR_AFC_READ;
     }
     *count = static_cast<uint32_t>(node->names.size());
     if (list != nullptr) {
-        *list = copyNames(node->names);
+        *list = new char *[*count + 1]();
+        std::transform(node->names.begin(), node->names.end(), *list, copyText);
     }
     return 0;
 }
 
 void libiusb_misc_free_strings_array(char **list)
 {
-    if (list == nullptr) {
-        return;
-    }
-    for (char **at = list; *at != nullptr; ++at) {
+    for (char **at = list; at != nullptr && *at != nullptr; ++at) {
         delete[] * at;
     }
     delete[] list;
@@ -454,21 +413,16 @@ int libiusb_afc_file_open(libiusb_afc *afc, const char *path, int mode,
                           libiusb_file *file)
 {
     *file = 0;
-    const int code =
-        enter("libiusb_afc_file_open", path + (":" + std::to_string(mode)));
+    const int code = enter(__func__, afc, path + (":" + std::to_string(mode)));
     if (code != 0) {
         return code;
     }
-    if (!isAlive(afc, "libiusb_afc_file_open")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
-    }
     MemoryNode *node = nodeOf(afc, path);
-    if (node == nullptr &&
-        (mode == LIBIUSB_MODE_READ || afc->tree == nullptr)) {
-        return LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND;
+    if (node == nullptr && mode != LIBIUSB_MODE_READ && afc->tree != nullptr) {
+        node = &afc->tree->addFile(path);
     }
     if (node == nullptr) {
-        node = &afc->tree->addFile(path);
+        return LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND;
     }
     if (node->type == LIBIUSB_FILE_FOLDER) {
         return LIBIUSB_ERROR_AFC_OBJECT_IS_DIR;
@@ -485,12 +439,9 @@ int libiusb_afc_file_read(libiusb_afc *afc, libiusb_file file, void *buffer,
                           uint32_t length, uint64_t offset, uint32_t *count)
 {
     *count = 0;
-    int code = enter("libiusb_afc_file_read", "");
+    OpenFile *open = nullptr;
+    const int code = enter(__func__, afc, file, &open);
     if (code != 0) {
-        return code;
-    }
-    const OpenFile *open = fileOf(afc, file, "libiusb_afc_file_read", &code);
-    if (open == nullptr) {
         return code;
     }
     const MemoryNode *node = nodeOf(afc, open->path);
@@ -509,67 +460,48 @@ int libiusb_afc_file_write(libiusb_afc *afc, libiusb_file file,
                            uint32_t *count)
 {
     *count = 0;
-    const int fault = enter("libiusb_afc_file_write", "");
-    int code = 0;
-    const OpenFile *open = fileOf(afc, file, "libiusb_afc_file_write", &code);
+    OpenFile *open = nullptr;
+    const int code = enter(__func__, afc, file, &open);
     if (open == nullptr || open->mode == LIBIUSB_MODE_READ) {
-        return fault != 0 ? fault : LIBIUSB_ERROR_INVALID_ARG;
+        return code != 0 ? code : LIBIUSB_ERROR_INVALID_ARG;
     }
-    const uint32_t confirmed =
-        fault == 0 ? length
-                   : std::min(length, memoryWorld.confirmBeforeFailing);
-    if (confirmed > 0) {
+    *count =
+        code == 0 ? length : std::min(length, memoryWorld.confirmBeforeFailing);
+    if (*count > 0) {
         std::string &data = nodeOf(afc, open->path)->data;
-        data.resize(std::max(data.size(), offset + confirmed));
-        data.replace(offset, confirmed, static_cast<const char *>(buffer),
-                     confirmed);
+        data.resize(std::max(data.size(), offset + *count));
+        data.replace(offset, *count, static_cast<const char *>(buffer), *count);
     }
-    *count = confirmed;
-    return fault;
+    return code;
 }
 
 int libiusb_afc_file_set_size(libiusb_afc *afc, libiusb_file file,
                               uint64_t size)
 {
-    int code = enter("libiusb_afc_file_set_size", "");
-    if (code != 0) {
-        return code;
+    OpenFile *open = nullptr;
+    const int code = enter(__func__, afc, file, &open);
+    if (code == 0) {
+        nodeOf(afc, open->path)->data.resize(size);
     }
-    const OpenFile *open =
-        fileOf(afc, file, "libiusb_afc_file_set_size", &code);
-    if (open == nullptr) {
-        return code;
-    }
-    nodeOf(afc, open->path)->data.resize(size);
-    return 0;
+    return code;
 }
 
 int libiusb_afc_file_close(libiusb_afc *afc, libiusb_file file)
 {
-    const int fault = enter("libiusb_afc_file_close", "");
-    int code = 0;
-    if (fileOf(afc, file, "libiusb_afc_file_close", &code) == nullptr) {
-        return code;
+    OpenFile *open = nullptr;
+    const int code = enter(__func__, afc, file, &open);
+    if (open != nullptr) {
+        handles.files.erase(file);
     }
-    handles.files.erase(file);
-    return fault;
+    return code;
 }
 
 int libiusb_afc_file_remove(libiusb_afc *afc, const char *path)
 {
-    const int code = enter("libiusb_afc_file_remove", path);
-    if (code != 0) {
-        return code;
-    }
-    if (!isAlive(afc, "libiusb_afc_file_remove")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
-    }
-    const MemoryNode *node = nodeOf(afc, path);
-    if (node == nullptr) {
-        return LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND;
-    }
-    if (!node->names.empty()) {
-        return LIBIUSB_ERROR_AFC_DIR_NOT_EMPTY;
+    MemoryNode *node = nullptr;
+    const int code = enter(__func__, afc, path, &node);
+    if (code != 0 || !node->names.empty()) {
+        return code != 0 ? code : LIBIUSB_ERROR_AFC_DIR_NOT_EMPTY;
     }
     afc->tree->remove(path);
     return 0;
@@ -577,12 +509,9 @@ int libiusb_afc_file_remove(libiusb_afc *afc, const char *path)
 
 int libiusb_afc_make_directory(libiusb_afc *afc, const char *path)
 {
-    const int code = enter("libiusb_afc_make_directory", path);
-    if (code != 0) {
-        return code;
-    }
-    if (!isAlive(afc, "libiusb_afc_make_directory") || afc->tree == nullptr) {
-        return LIBIUSB_ERROR_INVALID_ARG;
+    const int code = enter(__func__, afc, path);
+    if (code != 0 || afc->tree == nullptr) {
+        return code != 0 ? code : LIBIUSB_ERROR_INVALID_ARG;
     }
     afc->tree->addFolder(path);
     return 0;
@@ -590,46 +519,31 @@ int libiusb_afc_make_directory(libiusb_afc *afc, const char *path)
 
 int libiusb_afc_rename(libiusb_afc *afc, const char *from, const char *to)
 {
-    const int code = enter("libiusb_afc_rename", from);
-    if (code != 0) {
-        return code;
+    MemoryNode *node = nullptr;
+    const int code = enter(__func__, afc, from, &node);
+    if (code == 0) {
+        afc->tree->rename(from, to);
     }
-    if (!isAlive(afc, "libiusb_afc_rename")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
-    }
-    if (nodeOf(afc, from) == nullptr) {
-        return LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND;
-    }
-    afc->tree->rename(from, to);
-    return 0;
+    return code;
 }
 
 int libiusb_housearrest_init(libiusb_device *device, libiusb_afc **out)
 {
     *out = nullptr;
-    const int code = enter("libiusb_housearrest_init", "");
-    if (code != 0) {
-        return code;
+    const int code = enter(__func__, device, "");
+    if (code == 0) {
+        give(handles.afcs, out)->device = device->device;
+        (*out)->house = true;
     }
-    if (!isAlive(device, "libiusb_housearrest_init")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
-    }
-    give(handles.afcs, out);
-    (*out)->house = true;
-    (*out)->device = device->device;
-    return 0;
+    return code;
 }
 
 int libiusb_housearrest_openapp(libiusb_afc *house, const char *bundle_id)
 {
-    const int code = enter("libiusb_housearrest_openapp",
-                           bundle_id == nullptr ? "(null)" : bundle_id);
-    if (code != 0) {
-        return code;
-    }
-    if (!isAlive(house, "libiusb_housearrest_openapp") || !house->house ||
-        bundle_id == nullptr) {
-        return LIBIUSB_ERROR_INVALID_ARG;
+    const int code =
+        enter(__func__, house, bundle_id == nullptr ? "(null)" : bundle_id);
+    if (code != 0 || !house->house || bundle_id == nullptr) {
+        return code != 0 ? code : LIBIUSB_ERROR_INVALID_ARG;
     }
     for (MemoryApp &app : house->device->apps) {
         if (app.bundleId == bundle_id) {
@@ -642,36 +556,27 @@ int libiusb_housearrest_openapp(libiusb_afc *house, const char *bundle_id)
 
 int libiusb_housearrest_exit(libiusb_afc *house)
 {
-    const int code = enter("libiusb_housearrest_exit", "");
-    if (!isAlive(house, "libiusb_housearrest_exit")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
+    const int code = enter(__func__, house, "");
+    if (code == 0) { // or it may be ended again
+        closeFilesOf(house);
+        house->alive = false;
     }
-    if (code != 0) {
-        return code; // and may be ended again
-    }
-    closeFilesOf(house);
-    house->alive = false;
-    return 0;
+    return code;
 }
 
 int libiusb_instproxy_init(libiusb_device *device, libiusb_instproxy **out)
 {
     *out = nullptr;
-    const int code = enter("libiusb_instproxy_init", "");
-    if (code != 0 || takeNull("libiusb_instproxy_init")) {
-        return code;
+    const int code = enter(__func__, device, "");
+    if (code == 0 && !takeNull(__func__)) {
+        give(handles.proxies, out)->device = device->device;
     }
-    if (!isAlive(device, "libiusb_instproxy_init")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
-    }
-    give(handles.proxies, out)->device = device->device;
-    return 0;
+    return code;
 }
 
 int libiusb_instproxy_exit(libiusb_instproxy *instproxy)
 {
-    enter("libiusb_instproxy_exit", "");
-    if (isAlive(instproxy, "libiusb_instproxy_exit")) {
+    if (enter(__func__, instproxy, "") != LIBIUSB_ERROR_INVALID_ARG) {
         instproxy->alive = false;
     }
     return 0;
@@ -680,18 +585,14 @@ int libiusb_instproxy_exit(libiusb_instproxy *instproxy)
 int libiusb_instproxy_getAppId(libiusb_instproxy *instproxy, libiusb_app **list)
 {
     *list = nullptr;
-    const int code = enter("libiusb_instproxy_getAppId", "");
+    const int code = enter(__func__, instproxy, "");
     if (code != 0) {
         return code;
     }
-    if (!isAlive(instproxy, "libiusb_instproxy_getAppId")) {
-        return LIBIUSB_ERROR_INVALID_ARG;
-    }
-    libiusb_app **end = list;
     for (const MemoryApp &app : instproxy->device->apps) {
-        *end = new libiusb_app{copyText(app.name), copyText(app.bundleId),
-                               nullptr};
-        end = &(*end)->next;
+        *list = new libiusb_app{copyText(app.name), copyText(app.bundleId),
+                                nullptr};
+        list = &(*list)->next;
     }
     return 0;
 }

@@ -94,7 +94,7 @@ class MemoryWorld
     std::deque<MemoryDevice> devices;
 
   private:
-    friend int enter(const char *name, const std::string &detail);
+    friend int note(const char *name, const std::string &detail);
     int armedCall = 0;
     std::string armedName;
     int armedCode = 0;

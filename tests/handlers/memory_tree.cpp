@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "tests/handlers/memory_device.h"
 
 namespace
@@ -15,6 +13,11 @@ std::string folderOf(const std::string &path)
 std::string nameOf(const std::string &path)
 {
     return path.substr(path.rfind('/') + 1);
+}
+
+bool isIn(const std::string &path, const std::string &tree)
+{
+    return path == tree || path.starts_with(tree + "/");
 }
 
 } // namespace
@@ -57,31 +60,21 @@ MemoryNode *MemoryTree::find(const std::string &path)
 
 void MemoryTree::remove(const std::string &path)
 {
-    std::vector<std::string> &names = nodes[folderOf(path)].names;
-    names.erase(std::remove(names.begin(), names.end(), nameOf(path)),
-                names.end());
-    const std::string below = path + "/";
-    for (auto at = nodes.lower_bound(path); at != nodes.end();) {
-        const bool gone =
-            at->first == path || at->first.compare(0, below.size(), below) == 0;
-        at = gone ? nodes.erase(at) : std::next(at);
-    }
+    std::erase(nodes[folderOf(path)].names, nameOf(path));
+    std::erase_if(nodes,
+                  [&](const auto &node) { return isIn(node.first, path); });
 }
 
 void MemoryTree::rename(const std::string &from, const std::string &to)
 {
     std::map<std::string, MemoryNode> moved;
-    const std::string below = from + "/";
     for (const auto &entry : nodes) {
-        if (entry.first == from ||
-            entry.first.compare(0, below.size(), below) == 0) {
+        if (isIn(entry.first, from)) {
             moved[to + entry.first.substr(from.size())] = entry.second;
         }
     }
     remove(from);
     remove(to);
     addFolder(folderOf(to)).names.push_back(nameOf(to));
-    for (auto &entry : moved) {
-        nodes[entry.first] = entry.second;
-    }
+    nodes.merge(moved);
 }

@@ -22,18 +22,17 @@ class Statistics : public MountTest
     }
 };
 
-TEST(CalibrateVolumeSizeTest, ExpressesBinaryUnitsInDecimalOnes)
+TEST_F(Statistics, BinaryUnitsAreExpressedInDecimalOnes)
 {
-    EXPECT_EQ(CalibrateVolumeSize(0), 0U);
-    EXPECT_EQ(CalibrateVolumeSize(1000), 1000U);
-    EXPECT_EQ(CalibrateVolumeSize(1024), 1024U);
-    EXPECT_EQ(CalibrateVolumeSize(1025), 1000U);
-    EXPECT_EQ(CalibrateVolumeSize(68719476736), 64000000000U);
-    EXPECT_EQ(CalibrateVolumeSize(15000000000), 13960000000U);
-}
-
-TEST_F(Statistics, FiguresOfTheDevice)
-{
+    const std::pair<uint64_t, uint64_t> sizes[] = {{0, 0},
+                                                   {1000, 1000},
+                                                   {1024, 1024},
+                                                   {1025, 1000},
+                                                   {68719476736, 64000000000},
+                                                   {15000000000, 13960000000}};
+    for (const auto &[size, shown] : sizes) {
+        EXPECT_EQ(CalibrateVolumeSize(size), shown);
+    }
     const struct statvfs st = figures("/");
     EXPECT_EQ(st.f_bsize, 4096U);
     EXPECT_EQ(st.f_blocks, 15625000U);
@@ -50,37 +49,25 @@ TEST_F(Statistics, FiguresOfTheDevice)
 
 TEST_F(Statistics, AccessKnowsWhatWasListed)
 {
-    memoryWorld.devices[0].media.addFile("/general_storage/a");
+    media().addFile("/general_storage/a");
     EXPECT_EQ(tarni_opers.access("/", 7), 0);
     EXPECT_EQ(tarni_opers.access("/Storage/a", 0), -1);
     list("/Storage");
     EXPECT_EQ(tarni_opers.access("/Storage/a", 7), 0);
-}
-
-TEST(OperationTable, HasAHandlerForEveryRequest)
-{
     // Through bytes, so that a member added to the table can't be forgotten.
-    const size_t members = sizeof(tarni_opers) / sizeof(void *);
-    ASSERT_EQ(members, 21U);
-    void *slots[21];
+    constexpr size_t members = sizeof(tarni_opers) / sizeof(void *);
+    EXPECT_EQ(members, 21U);
+    void *slots[members];
     memcpy(slots, &tarni_opers, sizeof(slots));
-    for (size_t i = 0; i < members; ++i) {
-        EXPECT_NE(slots[i], nullptr) << i;
-    }
+    EXPECT_EQ(std::count(std::begin(slots), std::end(slots), nullptr), 0);
 }
 
 TEST_F(Statistics, OperationsWaitForTheLock)
 {
     pthread_mutex_lock(&tarni_mutex);
     std::atomic<int> done{0};
-    std::thread first([&] {
-        figures("/");
-        ++done;
-    });
-    std::thread second([&] {
-        tarni_opers.access("/", 0);
-        ++done;
-    });
+    std::thread first([&] { figures("/"), ++done; });
+    std::thread second([&] { tarni_opers.access("/", 0), ++done; });
     usleep(50000);
     EXPECT_EQ(done, 0);
     pthread_mutex_unlock(&tarni_mutex);

@@ -21,24 +21,15 @@ void TestHost::reset()
     const std::lock_guard<std::mutex> guard(lock);
     privateData = nullptr;
     haveFuseContext = true;
-    refuseFolder = false;
-    failBundlePath = false;
+    refuseFolder = failBundlePath = held = ended = false;
     shown.clear();
     refreshed = 0;
-    held = false;
-    ended = false;
 }
 
-void TestHost::holdDialogs()
+void TestHost::set(bool *flag, bool value)
 {
     const std::lock_guard<std::mutex> guard(lock);
-    held = true;
-}
-
-void TestHost::releaseDialogs()
-{
-    const std::lock_guard<std::mutex> guard(lock);
-    held = false;
+    *flag = value;
     changed.notify_all();
 }
 
@@ -47,12 +38,6 @@ std::vector<ShownDialog> TestHost::waitForDialogs(size_t count)
     std::unique_lock<std::mutex> guard(lock);
     changed.wait_for(guard, PATIENCE,
                      [this, count] { return shown.size() >= count; });
-    return shown;
-}
-
-std::vector<ShownDialog> TestHost::dialogs()
-{
-    const std::lock_guard<std::mutex> guard(lock);
     return shown;
 }
 
@@ -83,13 +68,6 @@ void TestHost::refresh()
 {
     const std::lock_guard<std::mutex> guard(lock);
     ++refreshed;
-    changed.notify_all();
-}
-
-void TestHost::end()
-{
-    const std::lock_guard<std::mutex> guard(lock);
-    ended = true;
     changed.notify_all();
 }
 

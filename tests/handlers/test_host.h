@@ -26,19 +26,21 @@ class TestHost
 
     // With holdDialogs, a dialog stays on the screen until releaseDialogs or
     // hostEndDialog.
-    void holdDialogs();
-    void releaseDialogs();
+    void holdDialogs() { set(&held, true); }
+    void releaseDialogs() { set(&held, false); }
     // Waits until that many were shown since reset, ten seconds at most.
     std::vector<ShownDialog> waitForDialogs(size_t count);
-    std::vector<ShownDialog> dialogs();
+    std::vector<ShownDialog> dialogs() { return waitForDialogs(0); }
     int refreshes();
     void waitForRefresh();
 
     void show(const ShownDialog &dialog);
     void refresh();
-    void end();
+    void end() { set(&ended, true); }
 
   private:
+    void set(bool *flag, bool value);
+
     std::mutex lock;
     std::condition_variable changed;
     std::vector<ShownDialog> shown;
