@@ -10,6 +10,7 @@
 #include "tarnifs/listing/storage.h"
 #include "tarnifs/media/databases.h"
 #include "tarnifs/media/library.h"
+#include "tarnifs/media/sql.h"
 #include "tarnifs/mount/context.h"
 #include "tarnifs/names/device_path.h"
 #include "tarnifs/notify/dialogs.h"
@@ -108,19 +109,17 @@ bool yields(const _CONTEXT *context, sqlite3 *database, const char *query)
 
 bool hasPodcasts(const _CONTEXT *context)
 {
-    return yields(context, context->media_db,
-                  "select media_kind from item_extra where (media_kind like 4 "
-                  "or media_kind like 6) limit 1");
+    return yields(context, context->media_db, SQL_HAS_PODCASTS);
 }
 
 bool hasVoiceMemos(const _CONTEXT *context)
 {
-    return yields(context, context->record_db,
-                  "select count(Z_PK) from ZRECORDING where ZPATH is not NULL");
+    return yields(context, context->record_db, SQL_HAS_MEMOS);
 }
 
 int listMedia(_CONTEXT *context, _KTL_OBJECT *media, const TARGET &target)
 {
+    NoteListing(media, true); // unless the databases can't be had for now
     if (context->media_db == nullptr && context->photo_db == nullptr) {
         DownloadDBandOpen(context);
     }

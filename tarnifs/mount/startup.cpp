@@ -11,6 +11,7 @@
 
 #include "device/libiusb.h"
 #include "tarnifs/catalogue/object.h"
+#include "tarnifs/media/databases.h"
 #include "tarnifs/mount/device_connection.h"
 #include "tarnifs/mount/host.h"
 #include "tarnifs/mount/private_folder.h"
@@ -78,6 +79,9 @@ bool makePrivateFolder(const _CONTEXT *context, bool *made)
         return false;
     }
     *made = !there;
+    if (there) {
+        RemoveDatabaseCopies(context);
+    }
     return true;
 }
 
