@@ -33,43 +33,78 @@ static libiusb_file newNumber()
     return ++last;
 }
 
+// Takes a file into the register of open ones.
+static libiusb_file addFile(libiusb_afc *afc, std::unique_ptr<AfcFile> file)
+{
+    libiusb_file number = newNumber();
+    file->changes = afc->context->changes;
+    afc->context->files[number] = std::move(file);
+    return number;
+}
+
 // Opens, and for a file that can be read asks for its size in the same flight:
 // with it the end of a file is recognised without another round trip.
-static int openFile(libiusb_afc *afc, const char *path, int mode,
-                    libiusb_file *out)
+static int openOnDevice(libiusb_afc *afc, AfcConnection &connection,
+                        const char *path, int mode, libiusb_file *out)
 {
-    AfcConnection *connection = nullptr;
-    int code = afcBegin(afc, Call::Other, connection);
-    if (code)
-        return code;
     bool can_read = mode == LIBIUSB_MODE_READ || mode == LIBIUSB_MODE_UPDATE;
     if (mode != LIBIUSB_MODE_READ)
         noteChange(*afc->context);
     auto file = std::make_unique<AfcFile>();
-    uint64_t packet = afcSend(*connection, AfcOp::FileRefOpen,
+    uint64_t packet = afcSend(connection, AfcOp::FileRefOpen,
                               afcOpenRequest(wireMode(mode), path));
-    if (can_read && afcRoomAhead(*connection)) {
+    if (can_read && afcRoomAhead(connection)) {
         file->size_packet =
-            afcSend(*connection, AfcOp::GetFileInfo, afcPath(path));
+            afcSend(connection, AfcOp::GetFileInfo, afcPath(path));
     }
     AfcReply reply;
-    code = afcWait(*connection, packet, reply);
+    int code = afcWait(connection, packet, reply);
     if (code) {
-        connection->replies.abandon(file->size_packet);
+        connection.replies.abandon(file->size_packet);
         return code;
     }
     file->owner = afc;
     file->connection = afc->endpoint->connection;
     file->handle = reply.value;
     file->mode = mode;
-    file->changes = afc->context->changes;
     if (file->size_packet)
         file->size_changes = afc->context->changes;
-    connection->files_open++;
-    libiusb_file number = newNumber();
-    afc->context->files[number] = std::move(file);
-    *out = number;
+    connection.files_open++;
+    *out = addFile(afc, std::move(file));
     return 0;
+}
+
+// Takes the file that was opened ahead. Nothing but openings lies between the
+// announcement and this, so what was asked ahead is still good.
+static int openAhead(libiusb_afc *afc, FileAhead &ahead, libiusb_file *out)
+{
+    libiusb_afc_file_info info;
+    int code = 0;
+    if (ahead.info_packet)
+        code = libiusb_afc_file_get_info(afc, ahead.path.c_str(), &info);
+    std::unique_ptr<AfcFile> file = std::move(ahead.file);
+    code = ahead.open_packet ? code : ahead.open_code;
+    if (file) {
+        file->size_changes = afc->context->changes;
+        *out = addFile(afc, std::move(file));
+    }
+    dropAhead(*afc);
+    return code;
+}
+
+static int openFile(libiusb_afc *afc, const char *path, int mode,
+                    libiusb_file *out)
+{
+    AfcConnection *connection = nullptr;
+    int code = afcBegin(afc, Call::Open, connection);
+    if (code)
+        return code;
+    FileAhead *ahead = aheadFor(*afc, path);
+    if (ahead && mode == LIBIUSB_MODE_READ)
+        return openAhead(afc, *ahead, out);
+    if (ahead)
+        dropAhead(*afc);
+    return openOnDevice(afc, *connection, path, mode, out);
 }
 
 // Finds an open file for a call through `afc`. INVALID_ARG when it was opened
@@ -88,37 +123,52 @@ static int useFile(libiusb_afc *afc, libiusb_file number, AfcFile *&file)
     return afcUsable(*file->connection) ? 0 : LIBIUSB_ERROR_LOST_CONNECTION;
 }
 
-// Sends the close of a file whose handle is given up; 0 when there is nothing
-// to wait for.
-static uint64_t sendClose(AfcFile &file)
+void closeAhead(AfcFile &file)
 {
     AfcConnection &connection = *file.connection;
-    if (!connection.alive)
-        return 0;
+    if (file.closing || !connection.alive)
+        return;
+    file.closing = true;
+    if (file.behind)
+        sendGathered(file);
     dropChunks(file);
     connection.replies.abandon(file.size_packet);
     connection.files_open--;
-    return afcSend(connection, AfcOp::FileRefClose, afcNumbers({file.handle}));
+    file.close_packet =
+        afcSend(connection, AfcOp::FileRefClose, afcNumbers({file.handle}));
+}
+
+// Closes; the memory of what was written behind is the file's, so its
+// confirmations come first.
+static int finishFile(AfcFile &file)
+{
+    closeAhead(file);
+    int code = 0;
+    if (file.behind)
+        code = drainBehind(file);
+    if (file.behind && file.behind->told)
+        code = 0;
+    AfcReply reply;
+    int closed = afcWait(*file.connection, file.close_packet, reply);
+    return code ? code : closed;
 }
 
 void closeFilesOf(libiusb_afc &afc)
 {
     auto &files = afc.context->files;
-    std::vector<std::pair<std::shared_ptr<AfcConnection>, uint64_t>> closing;
+    std::vector<std::unique_ptr<AfcFile>> closing;
     closing.reserve(files.size());
     for (auto at = files.begin(); at != files.end();) {
         if (at->second->owner != &afc) {
             ++at;
             continue;
         }
-        uint64_t packet = sendClose(*at->second);
-        if (packet)
-            closing.emplace_back(at->second->connection, packet);
+        closeAhead(*at->second);
+        closing.push_back(std::move(at->second));
         at = files.erase(at);
     }
-    AfcReply reply;
-    for (auto &[connection, packet] : closing)
-        afcWait(*connection, packet, reply);
+    for (const auto &file : closing)
+        finishFile(*file);
 }
 
 } // namespace iusb
@@ -127,6 +177,10 @@ using iusb::afcCall;
 using iusb::AfcFile;
 using iusb::afcNumbers;
 using iusb::AfcOp;
+using iusb::closeAhead;
+using iusb::drainBehind;
+using iusb::dropChunks;
+using iusb::finishFile;
 using iusb::goodPath;
 using iusb::guardedOn;
 using iusb::useFile;
@@ -155,6 +209,8 @@ int libiusb_afc_file_read(libiusb_afc *afc, libiusb_file file, void *buffer,
     return guardedOn(afc, [&] {
         AfcFile *open = nullptr;
         int code = useFile(afc, file, open);
+        if (code == 0 && (open->closing || open->behind))
+            code = LIBIUSB_ERROR_INVALID_ARG;
         if (code == 0 && length > 0) {
             code = readAt(*open, static_cast<char *>(buffer), length, offset,
                           *count);
@@ -177,9 +233,13 @@ int libiusb_afc_file_write(libiusb_afc *afc, libiusb_file file,
     return guardedOn(afc, [&] {
         AfcFile *open = nullptr;
         int code = useFile(afc, file, open);
-        return code ? code
-                    : writeAt(*open, static_cast<const char *>(buffer), length,
-                              offset, *count);
+        if (code == 0 && open->closing)
+            code = LIBIUSB_ERROR_INVALID_ARG;
+        if (code)
+            return code;
+        auto bytes = static_cast<const char *>(buffer);
+        return open->behind ? writeBehind(*open, bytes, length, offset, *count)
+                            : writeAt(*open, bytes, length, offset, *count);
     });
 }
 
@@ -189,6 +249,8 @@ int libiusb_afc_file_set_size(libiusb_afc *afc, libiusb_file file,
     return guardedOn(afc, [&] {
         AfcFile *open = nullptr;
         int code = useFile(afc, file, open);
+        if (code == 0 && (open->closing || open->behind))
+            code = LIBIUSB_ERROR_INVALID_ARG;
         if (code)
             return code;
         iusb::noteChange(*afc->context);
@@ -206,9 +268,55 @@ int libiusb_afc_file_close(libiusb_afc *afc, libiusb_file file)
             return code;
         std::unique_ptr<AfcFile> owned = std::move(afc->context->files[file]);
         afc->context->files.erase(file);
-        if (code)
-            return code;
-        iusb::AfcReply reply;
-        return afcWait(*owned->connection, sendClose(*owned), reply);
+        return code ? code : finishFile(*owned);
     });
+}
+
+int libiusb_afc_file_write_behind(libiusb_afc *afc, libiusb_file file)
+{
+    return guardedOn(afc, [&] {
+        AfcFile *open = nullptr;
+        int code = useFile(afc, file, open);
+        if (code == 0 && (open->closing || open->mode == LIBIUSB_MODE_READ))
+            code = LIBIUSB_ERROR_INVALID_ARG;
+        if (code == 0 && !open->behind) {
+            dropChunks(*open);
+            open->behind = std::make_unique<iusb::AfcBehind>();
+            open->behind->next =
+                open->position_known ? open->position : iusb::kNowhere;
+        }
+        return code;
+    });
+}
+
+int libiusb_afc_file_drain(libiusb_afc *afc, libiusb_file file)
+{
+    return guardedOn(afc, [&] {
+        AfcFile *open = nullptr;
+        int code = useFile(afc, file, open);
+        if (code || !open->behind)
+            return code;
+        open->behind->told = true;
+        return drainBehind(*open);
+    });
+}
+
+void libiusb_afc_file_close_ahead(libiusb_afc *afc, libiusb_file file)
+{
+    guardedOn(afc, [&] {
+        AfcFile *open = nullptr;
+        int code = useFile(afc, file, open);
+        if (code == 0) {
+            closeAhead(*open);
+            iusb::afcFlush(*open->connection);
+        }
+        return code;
+    });
+}
+
+void libiusb_afc_prefetch_file(libiusb_afc *afc, const char *path)
+{
+    if (!afc || !afc->endpoint)
+        return;
+    guardedOn(afc, [&] { return iusb::prefetchFile(afc, path); });
 }

@@ -42,6 +42,8 @@ int afcBegin(libiusb_afc *afc, Call call, AfcConnection *&connection)
         afc->directory.reset();
     if (call != Call::Info)
         dropQueue(afc->queue);
+    if (call != Call::Info && call != Call::Open)
+        dropAhead(*afc);
     AfcEndpoint &endpoint = *afc->endpoint;
     if (!endpoint.connection || !afcUsable(*endpoint.connection)) {
         endpoint.connection.reset();
@@ -101,6 +103,7 @@ int libiusb_afc_exit(libiusb_afc *afc)
     if (!afc)
         return LIBIUSB_SUCCESS;
     int code = iusb::guardedOn(afc, [&] {
+        iusb::dropAhead(*afc);
         iusb::closeFilesOf(*afc);
         iusb::dropQueue(afc->queue);
         return 0;

@@ -46,8 +46,10 @@ struct InfoQueue {
     int64_t used = 0;
 };
 
+struct FileAhead; // a file whose opening was announced; see afc_file.h
+
 // What a call is, as far as it matters for what was read ahead.
-enum class Call { Info, Directory, Other };
+enum class Call { Info, Directory, Open, Other };
 
 // Gives the connection for a call on a path: the one there is, or a new one if
 // that is gone. Drops the answers kept for other kinds of calls.
@@ -59,6 +61,9 @@ bool goodPath(const char *path);
 // Gives up what is left of the queue.
 void dropQueue(InfoQueue &queue);
 
+// Gives up the file whose opening was announced, if any.
+void dropAhead(libiusb_afc &afc);
+
 } // namespace iusb
 
 struct libiusb_afc {
@@ -68,6 +73,7 @@ struct libiusb_afc {
     std::shared_ptr<iusb::AfcEndpoint> endpoint; // null: bound to no app yet
     std::optional<iusb::DirectoryAnswer> directory;
     iusb::InfoQueue queue;
+    std::shared_ptr<iusb::FileAhead> ahead; // null: none
 };
 
 namespace iusb

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
-#include "device/afc_handle.h"
+#include "device/afc_file.h"
 #include "device/afc_lists.h"
 
 namespace iusb
@@ -106,7 +107,10 @@ static int fileInfo(libiusb_afc *afc, const char *path,
     if (code)
         return code;
     uint64_t packet = 0;
-    if (queueGood(*afc)) {
+    FileAhead *ahead = aheadFor(*afc, path);
+    if (ahead && ahead->info_packet) {
+        packet = std::exchange(ahead->info_packet, 0);
+    } else if (queueGood(*afc)) {
         packet = takeFromQueue(afc->queue, path);
         refill(afc->queue);
     } else {
@@ -122,6 +126,8 @@ static int fileInfo(libiusb_afc *afc, const char *path,
     if (!found)
         return LIBIUSB_ERROR_PROTOCOL;
     info = *found;
+    if (ahead)
+        settleAhead(*afc, *ahead, info.size);
     connection->replies.recycle(std::move(reply.bytes));
     return 0;
 }

@@ -161,6 +161,14 @@ static void requestAhead(AfcFile &file, uint64_t offset)
     }
 }
 
+void readFromStart(AfcFile &file)
+{
+    file.streak = 1;
+    file.ahead = kFirstAhead;
+    requestAhead(file, 0);
+    afcFlush(*file.connection);
+}
+
 // Waits for a chunk's reply. After a failure nothing that was asked for behind
 // it is where it should be.
 static int settleChunk(AfcFile &file, AfcChunk &chunk)

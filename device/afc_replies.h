@@ -61,6 +61,9 @@ class AfcReplies
     // Gives up a request: its reply is dropped now or when it comes.
     void abandon(uint64_t packet);
 
+    // Memory for a reply, or for what is to be sent.
+    AfcBytes obtain(size_t size);
+
     // Gives a reply's memory back for the next one.
     void recycle(AfcBytes bytes);
 
@@ -89,7 +92,6 @@ class AfcReplies
     bool beginReply();
     bool advance(size_t count);
     bool endReply();
-    AfcBytes obtain(size_t size);
 
     std::deque<Slot> slots_; // packet numbers first_, first_ + 1, ...
     uint64_t first_ = 1;

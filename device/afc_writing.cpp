@@ -13,7 +13,7 @@ constexpr uint64_t kSeekSet = 0;
 
 // Brings the device's position to where the write begins. Waits for the answer:
 // data behind a seek that failed would land somewhere else.
-static int seekTo(AfcFile &file, uint64_t offset)
+int seekTo(AfcFile &file, uint64_t offset)
 {
     if (file.mode == LIBIUSB_MODE_APPEND ||
         (file.position_known && file.position == offset))

@@ -257,11 +257,41 @@ int libiusb_afc_file_write(libiusb_afc *afc, libiusb_file file,
                            const void *buffer, uint32_t length, uint64_t offset,
                            uint32_t *count);
 
+// Copies inside the device
+//
+// A copy reads one file and writes another in order. These four keep its
+// requests in flight; what is done on the device, and in which order, is what
+// the calls between them say.
+
+// Says that `path` is about to be asked about (libiusb_afc_file_get_info) and
+// opened for reading (LIBIUSB_MODE_READ) on this handle, and read from its
+// beginning: the requests go out now, and those calls take the answers, also
+// when other files are opened in between. Any other call on the handle but one
+// on an open file gives up what was not taken; a null path does no more than
+// that. Failures show in the calls that were announced.
+void libiusb_afc_prefetch_file(libiusb_afc *afc, const char *path);
+
+// From now on writes to the file return before the device has confirmed them;
+// a few MiB at most wait for that. A failure shows in a later write and in the
+// drain. The file may not be read through this handle, and what other handles
+// have read ahead is not given up before the drain.
+int libiusb_afc_file_write_behind(libiusb_afc *afc, libiusb_file file);
+
+// Waits until everything written behind is confirmed. The first failure of any
+// of those writes; 0 when all of it is on the device.
+int libiusb_afc_file_drain(libiusb_afc *afc, libiusb_file file);
+
+// Says that libiusb_afc_file_close is the last call to come for this file, but
+// for the drain: the close goes out behind what was written, and those calls
+// take the answers.
+void libiusb_afc_file_close_ahead(libiusb_afc *afc, libiusb_file file);
+
 // Makes an open file `size` bytes long, cutting it or filling with zeros.
 int libiusb_afc_file_set_size(libiusb_afc *afc, libiusb_file file,
                               uint64_t size);
 
-// Closes a file. The handle is gone afterwards whatever the result.
+// Closes a file. The handle is gone afterwards whatever the result, which for
+// one written behind includes a failure that no drain has told.
 int libiusb_afc_file_close(libiusb_afc *afc, libiusb_file file);
 
 // Removes a file or an empty folder. AFC_DIR_NOT_EMPTY for a folder with
