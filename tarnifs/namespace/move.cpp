@@ -1,10 +1,6 @@
-// The moves behind a rename across places. Within one app the device renames;
-// everything else is not supported at present.
-#include <string>
+#include "tarnifs/namespace/move.h"
 
-#include "tarnifs/filedata/connection.h"
 #include "tarnifs/filedata/create.h"
-#include "tarnifs/listing/apps.h"
 #include "tarnifs/names/device_path.h"
 #include "tarnifs/namespace/rename.h"
 #include "util/log.h"
@@ -12,97 +8,126 @@
 namespace
 {
 
-constexpr const char *SELF = "movetoapps";
-
-// A house-arrest client of one move; ended with it, a second time when the first
-// fails.
-class Client
+_KTL_OBJECT *finishTarget(const MOVE &move, _KTL_OBJECT *target, uint16_t mode)
 {
-  public:
-    Client() = default;
-    ~Client()
-    {
-        if (handle != nullptr && libiusb_housearrest_exit(handle) != 0) {
-            libiusb_housearrest_exit(handle);
-        }
+    target->mode = mode;
+    if (target->app_id == nullptr) {
+        target->app_id = ReplaceString(nullptr, move.folder->app_id);
     }
-    Client(const Client &) = delete;
-    Client &operator=(const Client &) = delete;
+    SetPresentTimes(target);
+    LinkChild(move.folder, target);
+    return target;
+}
 
-    int open(const _CONTEXT *context, const char *appId)
-    {
-        int ret = libiusb_housearrest_init(context->device_handle, &handle);
-        if (ret != 0) {
-            QNLog(3, "%s libiusb_housearrest_init failed, ret : %d", SELF, ret);
-            return ret;
-        }
-        ret = libiusb_housearrest_openapp(handle, appId);
-        if (ret != 0) {
-            QNLog(3, "%s libiusb_housearrest_openapp failed, ret : %d", SELF,
-                  ret);
-        }
-        return ret;
-    }
-
-    libiusb_afc *handle = nullptr;
-};
-
-int renameInApp(const _CONTEXT *context, libiusb_afc *client,
-                _KTL_OBJECT *source, const char *from, const char *to)
+// An entry of an app's folder that was never listed is the app's all the same.
+void inheritApp(const MOVE &move)
 {
-    const std::string deviceFrom = AppDevicePath(from);
-    const std::string deviceTo = AppDevicePath(to);
-    if (source->type == KTL_STAGED) {
-        const int ret =
-            UploadStaged(context, source, from, deviceFrom.c_str(), client);
-        if (ret != 0) {
-            return ret;
-        }
+    const _KTL_OBJECT *parent = GetParentObject(move.from);
+    if (move.source->app_id == nullptr && parent != nullptr) {
+        move.source->app_id = ReplaceString(nullptr, parent->app_id);
     }
-    const int ret =
-        libiusb_afc_rename(client, deviceFrom.c_str(), deviceTo.c_str());
-    if (ret != 0) {
-        QNLog(3, "%s libiusb_afc_rename filed, from(%s), to(%s), ret : %d",
-              SELF, deviceFrom.c_str(), deviceTo.c_str(), ret);
-    }
-    return ret;
 }
 
 } // namespace
 
-int movetostorage(_CONTEXT *, const char *, const char *)
+int BeginMove(MOVE &move)
 {
-    return LIBIUSB_ERROR_AFC_OP_NOT_SUPPORTED;
+    move.folder = GetParentObject(move.to);
+    move.source = GetObject(move.from);
+    if (move.folder == nullptr) {
+        return LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND;
+    }
+    inheritApp(move);
+    // One that is there stays until the device has replaced what it shows.
+    if (FindObject(move.to) == nullptr) {
+        GetObjectWithFileName(move.to);
+    }
+    return move.source->mode == KTL_MODE_FILE
+               ? CheckRoom(move, move.source->size)
+               : 0;
 }
 
-int movetoapps(_CONTEXT *context, const char *from, const char *to)
+int CheckRoom(const MOVE &move, uint64_t size)
 {
-    const bool sameApp =
-        BeginsWith(from, "/Apps/") && AppFolderName(from) == AppFolderName(to);
-    _KTL_OBJECT *folder = GetParentObject(to);
-    if (!sameApp || folder == nullptr) {
-        return LIBIUSB_ERROR_AFC_OP_NOT_SUPPORTED;
+    return size >= move.context->device_info.free_capacity
+               ? LIBIUSB_ERROR_NO_SPACE
+               : LIBIUSB_SUCCESS;
+}
+
+int CheckTargetKind(const MOVE &move, bool isFolder)
+{
+    const _KTL_OBJECT *existing = FindObject(move.to);
+    if (existing == nullptr || !IsLinked(existing) ||
+        (existing->mode == KTL_MODE_FOLDER) == isFolder) {
+        return LIBIUSB_SUCCESS;
     }
-    _KTL_OBJECT *source = GetObject(from);
-    if (source->mode == KTL_MODE_FILE &&
-        source->size >= context->device_info.free_capacity) {
-        return LIBIUSB_ERROR_NO_SPACE;
+    return isFolder ? LIBIUSB_ERROR_AFC_OBJECT_EXISTS
+                    : LIBIUSB_ERROR_AFC_OBJECT_IS_DIR;
+}
+
+_KTL_OBJECT *LinkFile(const MOVE &move)
+{
+    return finishTarget(move, MakeTarget(move.to, move.source), KTL_MODE_FILE);
+}
+
+_KTL_OBJECT *LinkFolder(const MOVE &move)
+{
+    _KTL_OBJECT *existing = FindObject(move.to);
+    const bool known = existing != nullptr && IsLinked(existing);
+    const bool listed =
+        known && (existing->enumerated != 0 || HasChildren(existing));
+    _KTL_OBJECT *target = listed ? existing : MakeTarget(move.to, move.source);
+    if (known && !listed) {
+        NoteListing(target, false); // the device may have more in it
     }
-    Client client;
-    int ret = client.open(context, folder->app_id);
-    if (ret == 0) {
-        ret = renameInApp(context, client.handle, source, from, to);
-    }
-    if (ret != 0) {
-        return ret;
-    }
-    _KTL_OBJECT *target = NoteRenamed(from, to);
-    if (target->app_id == nullptr) {
-        target->app_id = ReplaceString(nullptr, folder->app_id);
-    }
-    if (target->mode == KTL_MODE_FOLDER &&
-        enumApps(context, to, nullptr, nullptr) != 0) {
-        NoteListing(target, false);
+    return finishTarget(move, target, KTL_MODE_FOLDER);
+}
+
+int MoveEntries(const MOVE &move, const std::vector<std::string> &names,
+                MOVE_ENTRY moveEntry)
+{
+    for (const std::string &name : names) {
+        const std::string from = ChildPath(move.from, name);
+        const std::string to = ChildPath(move.to, name);
+        const int ret = moveEntry(move.context, from.c_str(), to.c_str());
+        if (ret != 0) {
+            QNLog(3, "%s  failed. ret : %d, from : %s, to : %s", move.self, ret,
+                  from.c_str(), to.c_str());
+            return ret;
+        }
     }
     return 0;
+}
+
+std::vector<std::string> ChildNames(const _KTL_OBJECT *folder)
+{
+    std::vector<std::string> names;
+    const _KTL_LIST *head = ChildList(folder);
+    for (_KTL_LIST *at = head->next; at != head; at = at->next) {
+        const char *name = ObjectOfSibling(at)->file_name;
+        names.emplace_back(name == nullptr ? "" : name);
+    }
+    return names;
+}
+
+void NoteRemoved(const MOVE &move, int result)
+{
+    if (result == 0 || result == LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND) {
+        DeleteChildObject(move.source, move.from);
+        DeleteObject(move.source, move.from);
+        return;
+    }
+    const _KTL_OBJECT *folder = GetParentObject(move.from);
+    if (result == LIBIUSB_ERROR_LOST_CONNECTION && folder != nullptr) {
+        NoteListing(folder, false);
+    }
+}
+
+int UploadSource(const MOVE &move, libiusb_afc *afc,
+                 const std::string &devicePath)
+{
+    return move.source->type == KTL_STAGED
+               ? UploadStaged(move.context, move.source, move.from,
+                              devicePath.c_str(), afc)
+               : 0;
 }

@@ -5,9 +5,9 @@
 #include "tarnifs/catalogue/key.h"
 #include "tarnifs/filedata/create.h"
 #include "tarnifs/filedata/staging.h"
-#include "tarnifs/listing/apps.h"
 #include "tarnifs/listing/storage.h"
 #include "tarnifs/names/device_path.h"
+#include "tarnifs/namespace/move.h"
 #include "tarnifs/notify/dialogs.h"
 #include "tarnifs/notify/tray_pipe.h"
 #include "util/log.h"
@@ -63,7 +63,7 @@ int renameInStorage(_CONTEXT *context, _KTL_OBJECT *source, const char *from,
         }
     }
     ret = libiusb_afc_rename(context->afc_handle, deviceFrom.c_str(),
-                             deviceTo.c_str());
+                                       deviceTo.c_str());
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_rename failed. from(%s) to(%s). error : %d",
               SELF, deviceFrom.c_str(), deviceTo.c_str(), ret);
@@ -76,42 +76,8 @@ int renameInStorage(_CONTEXT *context, _KTL_OBJECT *source, const char *from,
     return 0;
 }
 
-// "/Apps" into a storage folder: a folder with a copy of each app's documents.
-// What the target's record was stays until the device has made the folder.
-int copyApps(_CONTEXT *context, const char *from, const char *to)
-{
-    _KTL_OBJECT *apps = GetObject(from);
-    int ret = HasChildren(apps) ? 0 : enumApps(context, from, nullptr, nullptr);
-    if (ret != 0) {
-        return ret;
-    }
-    ret = libiusb_afc_make_directory(context->afc_handle,
-                                     StorageDevicePath(to).c_str());
-    if (ret != 0) {
-        QNLog(3, "%s make directory failed. to : %s", SELF, to);
-        return ret;
-    }
-    _KTL_OBJECT *target = MakeTarget(to, apps);
-    target->mode = KTL_MODE_FOLDER;
-    SetPresentTimes(target);
-    _KTL_OBJECT *folder = GetParentObject(to);
-    if (folder != nullptr) {
-        LinkChild(folder, target);
-    }
-    const _KTL_LIST *head = ChildList(apps);
-    for (_KTL_LIST *at = head->next; at != head && ret == 0;) {
-        const char *name = ObjectOfSibling(at)->file_name;
-        at = at->next;
-        ret = movetostorage(context, ChildPath(from, name).c_str(),
-                            ChildPath(to, name).c_str());
-    }
-    return ret;
-}
-
-using Move = int (*)(_CONTEXT *context, const char *from, const char *to);
-
 // A move that may take long is announced to the tray helper.
-int moveBracketed(Move move, _CONTEXT *context, const _KTL_OBJECT *source,
+int moveBracketed(MOVE_ENTRY move, _CONTEXT *context, const _KTL_OBJECT *source,
                   const char *from, const char *to)
 {
     const bool isLong =
@@ -142,7 +108,7 @@ int renameLocked(const char *from, const char *to)
     case RenameAction::MoveToApps:
         return moveBracketed(movetoapps, context, source, from, to);
     case RenameAction::CopyApps:
-        return moveBracketed(copyApps, context, source, from, to);
+        return moveBracketed(CopyApps, context, source, from, to);
     case RenameAction::ReadOnlyApps:
         logAppLevel();
         return refuseReadOnly(to);

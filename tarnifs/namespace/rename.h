@@ -23,8 +23,11 @@ RenameAction DecideRename(const char *from, const char *to);
 // Holds tarni_mutex for its whole run. 0, or -ECANCELED after a dialog.
 int tarnifs_rename(const char *from, const char *to);
 
-// The moves that a rename across places is. 0 or a device code; the caller
-// holds the lock. Only moves within one app are supported at present.
+// The moves that a rename across places is: a file, or a folder entry by entry.
+// 0 or a device code; the caller holds the lock. An item of the media views
+// stays; any other source goes once its copy is confirmed and closed. What a
+// failure leaves is in the catalogue as it is on the device. A folder stays when
+// something in it could not go, as names beginning with "." (moves into apps).
 int movetostorage(_CONTEXT *context, const char *from, const char *to);
 int movetoapps(_CONTEXT *context, const char *from, const char *to);
 

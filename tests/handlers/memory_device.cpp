@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <sstream>
+#include <utility>
 
 MemoryWorld memoryWorld;
 
@@ -35,6 +36,9 @@ struct OpenFile {
     libiusb_afc *afc;
     std::string path;
     int mode;
+    bool behind = false;  // writes tell of their failures later
+    bool closing = false; // nothing but the drain and the close may come
+    int failure = 0;      // that no drain has told
 };
 
 // Everything handed out since the last reset.
@@ -371,13 +375,18 @@ int libiusb_afc_file_get_info(libiusb_afc *afc, const char *path,
     MemoryNode *node = nullptr;
     const int code = enter(__func__, afc, path, &node);
     if (code == 0) {
-        *info = {node->type, node->data.size(), node->birth, node->modify};
+        *info = {node->type,
+                 node->promised != 0 ? node->promised : node->data.size(),
+                 node->birth, node->modify};
     }
     return code;
 }
 
-int libiusb_afc_prefetch_info(libiusb_afc *afc, const char *const *, size_t)
+int libiusb_afc_prefetch_info(libiusb_afc *afc, const char *const *paths,
+                              size_t count)
 {
+    memoryWorld.prefetched.insert(memoryWorld.prefetched.end(), paths,
+                                  paths + count);
     return enter(__func__, afc, "");
 }
 
@@ -431,7 +440,7 @@ int libiusb_afc_file_open(libiusb_afc *afc, const char *path, int mode,
         node->data.clear();
     }
     *file = handles.nextFile++;
-    handles.files[*file] = {afc, path, mode};
+    handles.files[*file] = {afc, path, mode, false, false, 0};
     return 0;
 }
 
@@ -447,6 +456,9 @@ int libiusb_afc_file_read(libiusb_afc *afc, libiusb_file file, void *buffer,
     const MemoryNode *node = nodeOf(afc, open->path);
     if (node == nullptr) {
         return LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND;
+    }
+    if (open->closing) {
+        return violate("a read of a file that is closing");
     }
     if (offset < node->data.size()) {
         *count = static_cast<uint32_t>(
@@ -465,6 +477,12 @@ int libiusb_afc_file_write(libiusb_afc *afc, libiusb_file file,
     if (open == nullptr || open->mode == LIBIUSB_MODE_READ) {
         return code != 0 ? code : LIBIUSB_ERROR_INVALID_ARG;
     }
+    if (open->closing) {
+        return violate("a write to a file that is closing");
+    }
+    if (open->failure != 0) {
+        return open->failure;
+    }
     *count =
         code == 0 ? length : std::min(length, memoryWorld.confirmBeforeFailing);
     if (*count > 0) {
@@ -472,7 +490,46 @@ int libiusb_afc_file_write(libiusb_afc *afc, libiusb_file file,
         data.resize(std::max(data.size(), offset + *count));
         data.replace(offset, *count, static_cast<const char *>(buffer), *count);
     }
-    return code;
+    if (!open->behind) {
+        return code;
+    }
+    *count = length;
+    open->failure = code;
+    return 0;
+}
+
+int libiusb_afc_file_write_behind(libiusb_afc *afc, libiusb_file file)
+{
+    OpenFile *open = fileOf(afc, file, __func__);
+    if (open == nullptr) {
+        return LIBIUSB_ERROR_INVALID_ARG;
+    }
+    open->behind = true;
+    return 0;
+}
+
+int libiusb_afc_file_drain(libiusb_afc *afc, libiusb_file file)
+{
+    OpenFile *open = nullptr;
+    const int code = enter(__func__, afc, file, &open);
+    return open != nullptr && open->failure != 0
+               ? std::exchange(open->failure, 0)
+               : code;
+}
+
+void libiusb_afc_file_close_ahead(libiusb_afc *afc, libiusb_file file)
+{
+    OpenFile *open = fileOf(afc, file, __func__);
+    if (open != nullptr) {
+        open->closing = true;
+    }
+}
+
+void libiusb_afc_prefetch_file(libiusb_afc *afc, const char *)
+{
+    if (afc == nullptr || !afc->alive) {
+        violate("libiusb_afc_prefetch_file on a handle that is not open");
+    }
 }
 
 int libiusb_afc_file_set_size(libiusb_afc *afc, libiusb_file file,
@@ -489,8 +546,9 @@ int libiusb_afc_file_set_size(libiusb_afc *afc, libiusb_file file,
 int libiusb_afc_file_close(libiusb_afc *afc, libiusb_file file)
 {
     OpenFile *open = nullptr;
-    const int code = enter(__func__, afc, file, &open);
+    int code = enter(__func__, afc, file, &open);
     if (open != nullptr) {
+        code = open->failure != 0 ? open->failure : code;
         handles.files.erase(file);
     }
     return code;

@@ -19,6 +19,7 @@ struct MemoryNode {
     int64_t birth = 0;              // nanoseconds
     int64_t modify = 0;             // nanoseconds
     std::vector<std::string> names; // of a folder, in the device's order
+    uint64_t promised = 0; // the size that information gives; 0: the real one
 };
 
 // One file tree; paths as the device layer takes them.
@@ -82,6 +83,8 @@ class MemoryWorld
     std::vector<std::string> calls;
     int count(const std::string &name) const;
     void forgetCalls() { calls.clear(); }
+    // Paths that libiusb_afc_prefetch_info was told of.
+    std::vector<std::string> prefetched;
 
     // What is still open, as text; empty when everything was closed.
     std::string open() const;

@@ -3,7 +3,6 @@
 
 #include <fstream>
 
-#include "tarnifs/notify/tray_pipe.h"
 #include "tests/handlers/fixture.h"
 
 namespace
@@ -11,8 +10,6 @@ namespace
 
 const std::string READ_ONLY =
     "This folder is read only. You can not write or modify.\n";
-const std::string UNSUPPORTED =
-    "Could not rename or move the contents.\nError Code : -215";
 
 class Rename : public MountTest
 {
@@ -228,57 +225,6 @@ TEST_F(Rename, StagedDataGoesToTheDeviceFirst)
     }
     expectAllShown();
     EXPECT_EQ(memoryWorld.houses(), 0);
-}
-
-TEST_F(Rename, LongMovesAreAnnounced)
-{
-    TrayReader tray(trayPipePath);
-    const struct {
-        const char *from;
-        uint64_t size;
-        const char *said;
-    } cases[] = {{"/Storage/a.txt", 3000000, ""},
-                 {"/Storage/a.txt", 3000001, "-neon-neoff"},
-                 {"/Storage/dir", 0, "-neon-neoff"},
-                 {"/Media/Music/x.mp3", 3000001, "-neon-neoff"}};
-    for (const auto &each : cases) {
-        object(each.from)->size = each.size;
-        EXPECT_EQ(rename(each.from, "/Apps/Notes/new"), -ECANCELED);
-        expectError(UNSUPPORTED);
-        EXPECT_EQ(tray.read(), each.said) << each.from << each.size;
-    }
-    object("/Storage/a.txt")->size = 3000001;
-    EXPECT_EQ(rename("/Storage/a.txt", "/Storage/c.txt"), 0);
-    EXPECT_EQ(tray.read(), "");
-    expectNothingRaised();
-}
-
-TEST_F(Rename, MovesThatCannotBeDoneChangeNothing)
-{
-    for (const char *from :
-         {"/Apps/Other/a.txt", "/Storage/a.txt", "/Media/Music/x.mp3"}) {
-        EXPECT_EQ(rename(from, "/Apps/Notes/a.txt"), -ECANCELED);
-        expectError(UNSUPPORTED);
-        EXPECT_NE(object(from), nullptr);
-        EXPECT_EQ(attributes("/Apps/Notes/a.txt").st_size, 17);
-    }
-    EXPECT_EQ(rename("/Apps/Notes/a.txt", "/Storage/new"), -ECANCELED);
-    expectError(UNSUPPORTED);
-    expectAllShown();
-    EXPECT_EQ(sandbox().find("/Documents/a.txt")->data, "contents of a.txt");
-}
-
-TEST_F(Rename, TheAppsAreaBecomesAFolder)
-{
-    memoryWorld.failNamed("libiusb_afc_make_directory", 1, -62);
-    EXPECT_EQ(rename("/Apps", "/Storage/dir"), -ECANCELED);
-    expectLogged("tarnifs_rename make directory failed. to : /Storage/dir");
-    expectError("Not enough space on device.");
-    EXPECT_NE(object("/Storage/dir/x"), nullptr);
-    EXPECT_EQ(rename("/Apps", "/Storage/Apps"), -ECANCELED);
-    expectError(UNSUPPORTED);
-    EXPECT_EQ(attributes("/Storage/Apps").st_mode, 040777U);
-    expectAllShown();
 }
 
 TEST_F(Rename, AFullDeviceHasNoRoomInApps)

@@ -110,15 +110,18 @@ std::vector<OpenState> OpensBelow(const std::string &path)
     return states;
 }
 
-bool LetGo(const std::vector<OpenState> &states, const std::string &from)
+std::vector<OpenState> LetGo(const std::vector<OpenState> &states,
+                             const std::string &from)
 {
-    if (Exists(from)) {
-        return false;
-    }
+    const bool stays = Exists(from);
+    std::vector<OpenState> moved;
     for (const OpenState &state : states) {
-        LetGoOne(state);
+        if (!stays || !Exists(state.file->path)) {
+            LetGoOne(state);
+            moved.push_back(state);
+        }
     }
-    return true;
+    return moved;
 }
 
 void OpenAnew(const std::vector<OpenState> &states, const std::string &from,

@@ -29,8 +29,8 @@ std::unique_ptr<OpenFile> TakeOpenFile(const fuse_file_info *fi);
 // What a rename does to open files. The catalogue makes a new record for the new
 // name and closes the old one's device file. So OpensBelow notes, before, what
 // hangs on the records of `path` and below; LetGo ends what is left of the old
-// name, and OpenAnew opens the files under the new one and gives the records back
-// what release will ask for.
+// names, and OpenAnew opens the files under the new ones and gives the records
+// back what release will ask for.
 struct OpenState {
     OpenFile *file;
     bool reading;
@@ -38,8 +38,10 @@ struct OpenState {
     uint64_t read_offset;
 };
 std::vector<OpenState> OpensBelow(const std::string &path);
-// False, and nothing is done, when the old name is still there (a rename that
-// copied): the files stay with it.
-bool LetGo(const std::vector<OpenState> &states, const std::string &from);
+// Gives those that moved. With the folder's old name still there (a rename that
+// copied, or moved some entries only) those are the files whose own record went;
+// the others stay with the old name.
+std::vector<OpenState> LetGo(const std::vector<OpenState> &states,
+                             const std::string &from);
 void OpenAnew(const std::vector<OpenState> &states, const std::string &from,
               const std::string &to);

@@ -27,17 +27,15 @@ int RenameWithAll(const std::string &from, const std::string &to)
     const std::vector<OpenState> opens = OpensBelow(from);
     const std::vector<std::string> dot_names = ShownDotNames(from);
     const int ret = HostResult(tarni_opers.rename(from.c_str(), to.c_str()));
-    if (ret != 0) {
-        return ret;
+    // A move that failed half-way has moved some files all the same.
+    const std::vector<OpenState> moved = LetGo(opens, from);
+    if (ret == 0) {
+        ForgetUnlisted(from);
+        ForgetUnlisted(to);
+        ShowDotNames(to, dot_names);
     }
-    const bool moved = LetGo(opens, from);
-    ForgetUnlisted(from);
-    ForgetUnlisted(to);
-    ShowDotNames(to, dot_names);
-    if (moved) {
-        OpenAnew(opens, from, to);
-    }
-    return 0;
+    OpenAnew(moved, from, to);
+    return ret;
 }
 
 // An open file is removed. In a read-only place that is refused as any removal
