@@ -11,6 +11,7 @@
 #include "tarnifs/media/databases.h"
 #include "tarnifs/media/library.h"
 #include "tarnifs/media/sql.h"
+#include "tarnifs/media/statement.h"
 #include "tarnifs/mount/context.h"
 #include "tarnifs/names/device_path.h"
 #include "tarnifs/notify/dialogs.h"
@@ -90,21 +91,14 @@ int listRoot(_KTL_OBJECT *root, const TARGET &target)
 // was asked.
 bool yields(const _CONTEXT *context, sqlite3 *database, const char *query)
 {
-    int ret = 0;
-    sqlite3_stmt *statement = nullptr;
-    if (database != nullptr) {
-        ret = sqlite3_prepare_v2(database, query, -1, &statement, nullptr);
-    }
-    if (database == nullptr || ret != SQLITE_OK) {
+    Statement statement(SELF, database, query);
+    if (!statement.ready()) {
         QNLog(3, "%s for meidadb : %p, ret : %d errormsg(%s)", SELF,
-              static_cast<void *>(context->media_db), ret,
+              static_cast<void *>(context->media_db), statement.code(),
               sqlite3_errmsg(context->media_db));
         return false;
     }
-    const bool found = sqlite3_step(statement) == SQLITE_ROW &&
-                       sqlite3_column_int(statement, 0) != 0;
-    sqlite3_finalize(statement);
-    return found;
+    return statement.next() && statement.integer(0) != 0;
 }
 
 bool hasPodcasts(const _CONTEXT *context)

@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "tarnifs/catalogue/object.h"
 #include "tarnifs/names/composition.h"
@@ -68,6 +69,13 @@ size_t extensionAt(std::string_view name)
                : dot;
 }
 
+// What a conversion wrote into a buffer of zeros.
+void takeUpToNul(std::string *buffer, std::string *out)
+{
+    buffer->resize(strlen(buffer->c_str()));
+    out->swap(*buffer);
+}
+
 } // namespace
 
 bool CanonicalName(const char *caller, const std::string &text,
@@ -78,7 +86,7 @@ bool CanonicalName(const char *caller, const std::string &text,
         QNLog(3, "%s getUTF8MACName failed.", caller);
         return false;
     }
-    *out = buffer.c_str();
+    takeUpToNul(&buffer, out);
     return true;
 }
 
@@ -90,7 +98,7 @@ bool AlbumName(const char *caller, const std::string &title, std::string *out)
                         buffer.data(), ALBUM_NAME_ROOM - 1) != 0) {
         return CanonicalName(caller, title, out);
     }
-    *out = buffer.c_str();
+    takeUpToNul(&buffer, out);
     return true;
 }
 

@@ -4,6 +4,14 @@
 
 #include "util/log.h"
 
+std::chrono::milliseconds longestQuery = std::chrono::minutes(10);
+
+namespace
+{
+// Instructions of SQLite's machine between two looks at the clock.
+constexpr int CHECK_EVERY = 100000;
+} // namespace
+
 Statement::Statement(const char *self, sqlite3 *of, const std::string &sql)
     : caller(self), database(of)
 {
@@ -18,9 +26,20 @@ Statement::~Statement()
     sqlite3_finalize(statement);
 }
 
+int Statement::isOverdue(void *deadline)
+{
+    return Clock::now() > *static_cast<const Clock::time_point *>(deadline) ? 1
+                                                                            : 0;
+}
+
 bool Statement::next()
 {
+    const Clock::time_point begin = Clock::now();
+    Clock::time_point deadline = begin + longestQuery - used;
+    sqlite3_progress_handler(database, CHECK_EVERY, isOverdue, &deadline);
     const int ret = sqlite3_step(statement);
+    sqlite3_progress_handler(database, 0, nullptr, nullptr);
+    used += Clock::now() - begin;
     if (ret != SQLITE_ROW && ret != SQLITE_DONE) {
         QNLog(3, "%s sqlite3_step failed. code : %d, msg(%s)", caller, ret,
               sqlite3_errmsg(database));

@@ -1,11 +1,16 @@
 // One SQL statement for a scope. Knows nothing of what is asked.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
 struct sqlite3;
 struct sqlite3_stmt;
+
+// How long SQLite may work on one query. Far beyond what the largest library
+// takes: a made-up file can make a query endless. A variable for tests.
+extern std::chrono::milliseconds longestQuery;
 
 class Statement
 {
@@ -23,7 +28,7 @@ class Statement
     int code() const { return prepared; }
 
     // Goes to the next row. False at the end, which may come early because the
-    // database is damaged: that is logged.
+    // database is damaged, or after longestQuery: that is logged.
     bool next();
 
     // The present row's values. A column that the row has not got is NULL, and
@@ -34,8 +39,12 @@ class Statement
     std::string text(int column) const;
 
   private:
+    using Clock = std::chrono::steady_clock;
+    static int isOverdue(void *deadline);
+
     const char *caller;
     sqlite3 *database;
     sqlite3_stmt *statement = nullptr;
     int prepared = 0;
+    Clock::duration used{}; // SQLite's time; what callers do in between is not
 };
