@@ -23,7 +23,8 @@ void addMake(CLI::App &program, MakeArguments &arguments)
         program.add_subcommand("make", "Make a sample device in a new folder");
     sim::Identity &identity = arguments.sample.identity;
     make->add_option("DIR", arguments.folder, "The folder")->required();
-    make->add_option("--ios", arguments.ios, "iOS version")
+    make->add_option("--ios", arguments.ios,
+                     "iOS version; chooses the databases too")
         ->default_str(identity.iosVersion);
     make->add_option("--name", identity.name, "Device name")
         ->capture_default_str();
@@ -37,9 +38,15 @@ void addMake(CLI::App &program, MakeArguments &arguments)
         ->check(CLI::Range(0, 1000))
         ->capture_default_str();
     make->add_option("--photos", arguments.sample.photos,
-                     "Number of pictures in DCIM")
+                     "Number of plain pictures, beside the featured ones")
         ->check(CLI::Range(0, 99999))
         ->capture_default_str();
+    make->add_option("--songs", arguments.sample.songs,
+                     "Number of plain songs, beside the featured ones")
+        ->check(CLI::Range(0, 99999))
+        ->capture_default_str();
+    make->add_flag("--cloud", arguments.sample.cloud,
+                   "Originals are in the cloud, some of them only there");
     make->add_option("--capacity", identity.capacity, "Bytes in all")
         ->capture_default_str();
     make->add_option("--free", identity.freeSpace, "Free bytes")

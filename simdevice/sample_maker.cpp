@@ -1,17 +1,15 @@
 #include "simdevice/sample_maker.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <charconv>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 
-#include "simdevice/jpeg.h"
+#include "simdevice/file_maker.h"
 #include "simdevice/keys.h"
+#include "simdevice/media_bytes.h"
+#include "simdevice/media_library.h"
+#include "simdevice/photo_library.h"
+#include "simdevice/photo_schema.h"
+#include "simdevice/recordings.h"
 
 namespace sim
 {
@@ -20,9 +18,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-// 2024-03-01 12:00:00 UTC; every file is a minute younger than the one before.
-constexpr int64_t kFirstTime = 1709294400;
 
 struct SampleFile {
     const char *path;
@@ -51,19 +46,10 @@ constexpr SampleFile kStorageFiles[] = {
 
 constexpr const char *kStorageFolders[] = {"Empty folder"};
 
-// What else a media file system has. PhotoData and iTunes_Control/iTunes are
-// where the databases of pictures and music belong.
+// What else a media file system has, beside what its libraries bring.
 constexpr const char *kMediaFolders[] = {
-    "Books",
-    "DCIM/100APPLE",
-    "Downloads",
-    "Photos",
-    "PhotoData",
-    "Podcasts",
-    "Purchases",
-    "Recordings",
-    "iTunes_Control/Music",
-    "iTunes_Control/iTunes",
+    "Books",     "DCIM/100APPLE",        "Downloads", "Photos", "Podcasts",
+    "Purchases", "iTunes_Control/Music",
 };
 
 struct SampleApp {
@@ -100,106 +86,15 @@ constexpr const char *kSystemApps[][2] = {
     {"com.apple.Preferences", "Settings"},
 };
 
-// Bytes that depend on nothing but the seed and do not compress.
-std::string noise(uint64_t seed, uint64_t size)
+void addSample(FileMaker &maker, const std::string &place,
+               const SampleFile &entry, uint64_t seed)
 {
-    std::string bytes;
-    bytes.reserve(size + 8);
-    uint64_t state = seed;
-    while (bytes.size() < size) {
-        state += 0x9E3779B97F4A7C15;
-        uint64_t word = state;
-        word = (word ^ (word >> 30)) * 0xBF58476D1CE4E5B9;
-        word = (word ^ (word >> 27)) * 0x94D049BB133111EB;
-        word ^= word >> 31;
-        for (int i = 0; i < 64; i += 8) {
-            bytes.push_back(static_cast<char>(word >> i & 0xFF));
-        }
-    }
-    bytes.resize(size);
-    return bytes;
+    maker.file(place + "/" + entry.path, entry.text != nullptr
+                                             ? std::string(entry.text)
+                                             : noise(seed, entry.size));
 }
 
-// Writes the files of a sample; remembers the first failure.
-class Maker
-{
-  public:
-    explicit Maker(std::string folder) : m_folder(std::move(folder)) {}
-
-    void folder(const std::string &path)
-    {
-        std::error_code error;
-        fs::create_directories(m_folder + "/" + path, error);
-        note(path, error);
-    }
-
-    void file(const std::string &path, const std::string &bytes)
-    {
-        const size_t slash = path.rfind('/');
-        if (slash != std::string::npos) {
-            folder(path.substr(0, slash));
-        }
-        std::ofstream out(m_folder + "/" + path, std::ios::binary);
-        out << bytes;
-        out.close();
-        if (!out) {
-            note(path, std::error_code(errno, std::generic_category()));
-        }
-        setTime(path);
-    }
-
-    void sample(const std::string &place, const SampleFile &entry)
-    {
-        m_seed++;
-        file(place + "/" + entry.path, entry.text != nullptr
-                                           ? std::string(entry.text)
-                                           : noise(m_seed, entry.size));
-    }
-
-    // Folders get their times last, when nothing is put into them any more.
-    void finishFolders()
-    {
-        std::vector<std::string> folders;
-        std::error_code error;
-        for (fs::recursive_directory_iterator it(m_folder, error), end;
-             !error && it != end; it.increment(error)) {
-            if (it->is_directory(error)) {
-                folders.push_back(it->path().string());
-            }
-        }
-        for (const std::string &path : folders) {
-            m_time = kFirstTime;
-            setTime(path.substr(m_folder.size() + 1));
-        }
-    }
-
-    const std::string &problem() const { return m_problem; }
-
-  private:
-    void note(const std::string &path, const std::error_code &error)
-    {
-        if (error && m_problem.empty()) {
-            m_problem = m_folder + "/" + path + ": " + error.message();
-        }
-    }
-
-    void setTime(const std::string &path)
-    {
-        const timespec times[2] = {{m_time, 0}, {m_time, 0}};
-        if (utimensat(AT_FDCWD, (m_folder + "/" + path).c_str(), times, 0) !=
-            0) {
-            note(path, std::error_code(errno, std::generic_category()));
-        }
-        m_time += 60;
-    }
-
-    std::string m_folder;
-    std::string m_problem;
-    int64_t m_time = kFirstTime;
-    uint64_t m_seed = 0;
-};
-
-void makeMedia(Maker &maker, uint32_t photos)
+void makeMedia(FileMaker &maker, const LibraryOptions &options)
 {
     for (const char *folder : kMediaFolders) {
         maker.folder(std::string("Media/") + folder);
@@ -207,27 +102,26 @@ void makeMedia(Maker &maker, uint32_t photos)
     for (const char *folder : kStorageFolders) {
         maker.folder(std::string("Media/general_storage/") + folder);
     }
+    uint64_t seed = 0;
     for (const SampleFile &file : kStorageFiles) {
-        maker.sample("Media/general_storage", file);
+        addSample(maker, "Media/general_storage", file, ++seed);
     }
-    // As a camera numbers them: 999 pictures to a folder.
-    for (uint32_t i = 0; i < photos; i++) {
-        char name[64];
-        std::snprintf(name, sizeof name, "Media/DCIM/%uAPPLE/IMG_%04u.JPG",
-                      100 + i / 999, i + 1);
-        maker.file(name, makeJpeg(i + 1));
-    }
+    makePhotoLibrary(maker, options);
+    makeMediaLibrary(maker, options);
+    makeRecordings(maker, options);
 }
 
-App makeSampleApp(Maker &maker, uint32_t index)
+App makeSampleApp(FileMaker &maker, uint32_t index)
 {
     App app;
     if (index < std::size(kApps)) {
         const SampleApp &sample = kApps[index];
         app = {sample.bundleId, sample.name, "1.2.3", true, sample.sharing};
+        uint64_t seed = uint64_t{100} * (index + 1);
         for (const SampleFile &file : sample.files) {
             if (file.path != nullptr) {
-                maker.sample("Apps/" + app.bundleId + "/Documents", file);
+                addSample(maker, "Apps/" + app.bundleId + "/Documents", file,
+                          ++seed);
             }
         }
     } else {
@@ -286,10 +180,11 @@ std::string makeSample(const std::string &folder, SampleOptions options)
     if (!problem.empty()) {
         return problem;
     }
-    Maker maker(folder);
-    maker.folder("Apps");
-    makeMedia(maker, options.photos);
+    FileMaker maker(folder);
     Identity &identity = options.identity;
+    maker.folder("Apps");
+    makeMedia(maker, {versionNumber(identity.iosVersion), options.cloud,
+                      options.photos, options.songs});
     identity.apps.clear();
     for (uint32_t i = 0; i < options.apps; i++) {
         identity.apps.push_back(makeSampleApp(maker, i));

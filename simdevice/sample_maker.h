@@ -9,7 +9,9 @@ namespace sim
 struct SampleOptions {
     Identity identity;
     uint32_t apps = 4;
-    uint32_t photos = 12;
+    uint32_t photos = 12; // plain ones, beside those that are always there
+    uint32_t songs = 0;   // the same
+    bool cloud = false;   // originals are in the cloud, some of them only there
 };
 
 // Makes a device in `folder`, which must not exist or be empty. The same
