@@ -50,7 +50,8 @@ TEST(Sample, TheSameOptionsGiveTheSameDevice)
     const std::vector<std::string> options = {
         "--ios",    "15.2.1", "--name",  "Fr\xC3\xB6hlich",
         "--apps",   "6",      "--free",  "1000000",
-        "--photos", "3",      "--trust", "pending:2"};
+        "--photos", "3",      "--trust", "pending:2",
+        "--songs",  "2",      "--cloud"};
     const auto make = [&](const std::string &name) {
         std::vector<std::string> arguments = {SIM_PROGRAM, "make",
                                               folder.path() + "/" + name};
@@ -82,6 +83,7 @@ TEST(Sample, BadOptionsAreRefused)
     const std::vector<std::vector<std::string>> bad = {
         {"--ios", "seventeen"}, {"--ios", "17"},      {"--trust", "perhaps"},
         {"--trust", "pending"}, {"--photos", "many"}, {"--free", "64000000001"},
+        {"--songs", "100000"},
     };
     for (const auto &options : bad) {
         std::vector<std::string> arguments = {SIM_PROGRAM, "make", path};
