@@ -14,6 +14,7 @@ int prefetchFile(libiusb_afc *afc, const char *path)
     if (code || !path || !goodPath(path) || !afcRoomAhead(*connection))
         return code;
     auto ahead = std::make_shared<FileAhead>();
+    ahead->owner = afc;
     ahead->path = path;
     ahead->connection = afc->endpoint->connection;
     ahead->info_packet =
@@ -37,8 +38,10 @@ FileAhead *aheadFor(const libiusb_afc &afc, const char *path)
     return good ? ahead : nullptr;
 }
 
-static void settleOpen(libiusb_afc &afc, FileAhead &ahead)
+void settleAhead(FileAhead &ahead)
 {
+    if (ahead.open_packet == 0)
+        return;
     AfcReply reply;
     uint64_t packet = std::exchange(ahead.open_packet, 0);
     ahead.open_code = afcWait(*ahead.connection, packet, reply);
@@ -47,21 +50,20 @@ static void settleOpen(libiusb_afc &afc, FileAhead &ahead)
         return;
     }
     ahead.file = std::make_unique<AfcFile>();
-    ahead.file->owner = &afc;
+    ahead.file->owner = ahead.owner;
     ahead.file->connection = ahead.connection;
     ahead.file->handle = reply.value;
     ahead.file->mode = LIBIUSB_MODE_READ;
+    ahead.file->steady = true;
 }
 
-void settleAhead(libiusb_afc &afc, FileAhead &ahead, uint64_t size)
+void beginReading(FileAhead &ahead, uint64_t size)
 {
-    if (ahead.open_packet == 0)
-        return;
-    settleOpen(afc, ahead);
+    settleAhead(ahead);
     if (!ahead.file)
         return;
     ahead.file->size = size;
-    ahead.file->size_changes = afc.context->changes;
+    ahead.file->size_changes = ahead.owner->context->changes;
     readFromStart(*ahead.file);
 }
 
@@ -71,8 +73,7 @@ void dropAhead(libiusb_afc &afc)
     if (!ahead || !ahead->connection->alive)
         return;
     ahead->connection->replies.abandon(ahead->info_packet);
-    if (ahead->open_packet)
-        settleOpen(afc, *ahead);
+    settleAhead(*ahead);
     if (!ahead->file || !ahead->connection->alive)
         return;
     closeAhead(*ahead->file);

@@ -2,6 +2,7 @@
 #include "device/afc_file.h"
 
 #include <atomic>
+#include <utility>
 
 namespace iusb
 {
@@ -74,19 +75,16 @@ static int openOnDevice(libiusb_afc *afc, AfcConnection &connection,
     return 0;
 }
 
-// Takes the file that was opened ahead. Nothing but openings lies between the
-// announcement and this, so what was asked ahead is still good.
+// Takes the file that was opened ahead.
 static int openAhead(libiusb_afc *afc, FileAhead &ahead, libiusb_file *out)
 {
-    libiusb_afc_file_info info;
-    int code = 0;
-    if (ahead.info_packet)
-        code = libiusb_afc_file_get_info(afc, ahead.path.c_str(), &info);
-    std::unique_ptr<AfcFile> file = std::move(ahead.file);
-    code = ahead.open_packet ? code : ahead.open_code;
-    if (file) {
-        file->size_changes = afc->context->changes;
-        *out = addFile(afc, std::move(file));
+    settleAhead(ahead);
+    int code = ahead.open_code;
+    if (ahead.file) {
+        ahead.file->size_packet = std::exchange(ahead.info_packet, 0);
+        if (ahead.file->size_packet)
+            ahead.file->size_changes = afc->context->changes;
+        *out = addFile(afc, std::move(ahead.file));
     }
     dropAhead(*afc);
     return code;

@@ -48,6 +48,9 @@ struct AfcFile {
     // known after a failure or a short reply.
     uint64_t position = 0;
     bool position_known = true;
+    // Announced, and read while only other files are changed: a change does not
+    // make what was read ahead, or the size, out of date.
+    bool steady = false;
 
     // Reading. Chunks follow each other without gaps.
     std::deque<AfcChunk> chunks;
@@ -93,6 +96,7 @@ void closeAhead(AfcFile &file);
 
 // A file whose opening for reading was announced: asked about and opened ahead.
 struct FileAhead {
+    libiusb_afc *owner = nullptr;
     std::string path;
     std::shared_ptr<AfcConnection> connection;
     uint64_t info_packet = 0; // 0: taken
@@ -107,9 +111,11 @@ int prefetchFile(libiusb_afc *afc, const char *path);
 // What was announced for this path on the handle, if it is still of use.
 FileAhead *aheadFor(const libiusb_afc &afc, const char *path);
 
-// Takes the answer to the opening, and reads on from the beginning of a file of
-// the size given.
-void settleAhead(libiusb_afc &afc, FileAhead &ahead, uint64_t size);
+// Takes the answer to the opening; nothing happens when it was taken.
+void settleAhead(FileAhead &ahead);
+
+// Likewise, and begins to read a file of the size given.
+void beginReading(FileAhead &ahead, uint64_t size);
 
 // Starts reading ahead from the beginning of a file just opened.
 void readFromStart(AfcFile &file);

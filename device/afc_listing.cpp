@@ -127,7 +127,7 @@ static int fileInfo(libiusb_afc *afc, const char *path,
         return LIBIUSB_ERROR_PROTOCOL;
     info = *found;
     if (ahead)
-        settleAhead(*afc, *ahead, info.size);
+        beginReading(*ahead, info.size);
     connection->replies.recycle(std::move(reply.bytes));
     return 0;
 }

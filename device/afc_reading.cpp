@@ -136,8 +136,8 @@ int settleSize(AfcFile &file)
 
 static bool sizeKnown(const AfcFile &file)
 {
-    return file.size_packet == 0 &&
-           file.size_changes == file.owner->context->changes;
+    return file.size_packet == 0 && file.size_changes != 0 &&
+           (file.steady || file.size_changes == file.owner->context->changes);
 }
 
 // Keeps `ahead` bytes beyond `offset` in flight or at hand, never beyond the
@@ -273,7 +273,7 @@ static void noteAccess(AfcFile &file, uint64_t offset)
 {
     uint64_t changes = file.owner->context->changes;
     bool follows = offset == file.next || findChunk(file, offset);
-    if (file.changes != changes) {
+    if (file.changes != changes && !file.steady) {
         dropChunks(file);
         file.changes = changes;
         file.streak = 0;

@@ -162,6 +162,15 @@ int libiusb_device_get_list(libiusb_context *context, libiusb_device ***list);
 // give capacities too (AFC device information).
 int libiusb_device_get_info(libiusb_device *device, libiusb_device_info *info);
 
+// What the list alone tells of a device: plug-in number, location, product
+// number and UDID. Asks nothing of the device, so it may be called often.
+int libiusb_device_get_place(libiusb_device *device, libiusb_device_info *info);
+
+// Whether a listed device trusts this computer, found out without raising its
+// prompt: 0 when a session could be started with the pair record that there is,
+// TRUST_PENDING when there is none or the device no longer knows it.
+int libiusb_device_get_trust(libiusb_device *device);
+
 // Pairs if needed (TRUST_PENDING, DEVICE_LOCKED, TRUST_DENIED tell what the
 // user has to do; the call may be repeated), starts a lockdown session and
 // gives an opened device in *out, to be closed with libiusb_device_close. A
@@ -266,9 +275,11 @@ int libiusb_afc_file_write(libiusb_afc *afc, libiusb_file file,
 // Says that `path` is about to be asked about (libiusb_afc_file_get_info) and
 // opened for reading (LIBIUSB_MODE_READ) on this handle, and read from its
 // beginning: the requests go out now, and those calls take the answers, also
-// when other files are opened in between. Any other call on the handle but one
-// on an open file gives up what was not taken; a null path does no more than
-// that. Failures show in the calls that were announced.
+// when other files are opened in between. What is read ahead of the file stays
+// good while other files are changed through this layer; the caller sees to it
+// that this one is not. Any other call on the handle but one on an open file
+// gives up what was not taken; a null path does no more than that. Failures show
+// in the calls that were announced.
 void libiusb_afc_prefetch_file(libiusb_afc *afc, const char *path);
 
 // From now on writes to the file return before the device has confirmed them;
