@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "simdevice/sql.h"
 
@@ -31,6 +32,14 @@ unsigned versionNumber(const std::string &version);
 bool hasGenericAsset(const PhotoGeneration &generation);
 std::string assetTable(const PhotoGeneration &generation);
 unsigned photoEntity(const PhotoGeneration &generation);
+
+// What Z_PRIMARYKEY lists.
+struct Entity {
+    std::string name;
+    unsigned number;
+    unsigned parent; // 0: none
+};
+std::vector<Entity> entitiesOf(const PhotoGeneration &generation);
 
 // The number of an entity by its name ("Album", "Folder" ...).
 unsigned entityOf(const PhotoGeneration &generation, const std::string &name);

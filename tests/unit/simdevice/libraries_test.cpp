@@ -27,7 +27,8 @@ class Copy
     {
         const std::string target = m_folder.path() + "/copy.db";
         for (const char *tail : {"", "-wal", "-shm"}) {
-            const std::string source = media + "/" + path + tail;
+            std::string source = media;
+            source.append("/").append(path).append(tail);
             if (fs::exists(source) && (*tail == '\0' || with_log)) {
                 fs::copy_file(source, target + tail);
             }
