@@ -158,3 +158,14 @@ int libiusb_device_get_info(libiusb_device *device, libiusb_device_info *info)
                               : iusb::listedInfo(*device, *info);
     });
 }
+
+int libiusb_device_get_place(libiusb_device *device, libiusb_device_info *info)
+{
+    if (!info)
+        return LIBIUSB_ERROR_INVALID_ARG;
+    memset(info, 0, sizeof *info);
+    if (!device)
+        return LIBIUSB_ERROR_INVALID_ARG;
+    iusb::fillFromList(*device, *info);
+    return LIBIUSB_SUCCESS;
+}
