@@ -1,0 +1,195 @@
+#include "helper/process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+
+#include "helper/descriptor.h"
+#include "helper/text.h"
+
+namespace helper
+{
+
+namespace
+{
+
+struct SpawnActions {
+    posix_spawn_file_actions_t files;
+    posix_spawnattr_t attributes;
+
+    SpawnActions()
+    {
+        posix_spawn_file_actions_init(&files);
+        posix_spawnattr_init(&attributes);
+    }
+    ~SpawnActions()
+    {
+        posix_spawn_file_actions_destroy(&files);
+        posix_spawnattr_destroy(&attributes);
+    }
+    SpawnActions(const SpawnActions &) = delete;
+    SpawnActions &operator=(const SpawnActions &) = delete;
+
+    // This program blocks and ignores signals that others must get.
+    void usualSignals()
+    {
+        sigset_t none;
+        sigset_t usual;
+        sigemptyset(&none);
+        sigemptyset(&usual);
+        for (const int number : {SIGPIPE, SIGINT, SIGTERM, SIGHUP}) {
+            sigaddset(&usual, number);
+        }
+        posix_spawnattr_setsigmask(&attributes, &none);
+        posix_spawnattr_setsigdefault(&attributes, &usual);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK |
+                                                  POSIX_SPAWN_SETSIGDEF);
+    }
+};
+
+// Reads until the other end is closed; false when `until` comes first.
+bool readAll(int fd, double until, std::string &data)
+{
+    char piece[4096];
+    for (;;) {
+        const int left = static_cast<int>((until - now()) * 1000);
+        pollfd waiting{fd, POLLIN, 0};
+        if (left <= 0 || poll(&waiting, 1, left) == 0) {
+            return false;
+        }
+        const ssize_t n = read(fd, piece, sizeof(piece));
+        if (n == 0) {
+            return true;
+        }
+        if (n > 0) {
+            data.append(piece, static_cast<size_t>(n));
+        }
+    }
+}
+
+// The status of a child that ends before `until`, -1 of one that does not; it
+// is then killed, and left behind if even that does not help.
+int reap(pid_t pid, double until)
+{
+    int status = 0;
+    pid_t ended = 0;
+    while ((ended = waitpid(pid, &status, WNOHANG)) == 0 && now() < until) {
+        usleep(1000);
+    }
+    if (ended == pid) {
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    kill(pid, SIGKILL);
+    for (int i = 0; i < 100 && waitpid(pid, &status, WNOHANG) == 0; ++i) {
+        usleep(1000);
+    }
+    return -1;
+}
+
+bool executable(const std::string &path)
+{
+    return access(path.c_str(), X_OK) == 0;
+}
+
+} // namespace
+
+std::string ownProgram()
+{
+    char path[PATH_MAX] = {};
+    const ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
+    return n > 0 ? std::string(path, static_cast<size_t>(n)) : "";
+}
+
+std::string findProgram(const std::string &name)
+{
+    const std::string self = ownProgram();
+    const std::string beside = self.substr(0, self.rfind('/') + 1) + name;
+    if (executable(beside)) {
+        return beside;
+    }
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
+    const char *path = getenv("PATH");
+    const std::string folders = path != nullptr ? path : "/usr/bin:/bin";
+    size_t from = 0;
+    while (from <= folders.size()) {
+        const size_t end = std::min(folders.find(':', from), folders.size());
+        const std::string folder = folders.substr(from, end - from);
+        if (folder.starts_with("/") && executable(folder + "/" + name)) {
+            return folder + "/" + name;
+        }
+        from = end + 1;
+    }
+    return "";
+}
+
+pid_t startProgram(const Words &words, int output)
+{
+    std::vector<char *> argv;
+    for (const std::string &word : words) {
+        argv.push_back(const_cast<char *>(word.c_str()));
+    }
+    argv.push_back(nullptr);
+    SpawnActions actions;
+    actions.usualSignals();
+    posix_spawn_file_actions_addopen(&actions.files, STDIN_FILENO, "/dev/null",
+                                     O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions.files, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions.files, output, STDERR_FILENO);
+    pid_t pid = -1;
+    errno = posix_spawn(&pid, argv[0], &actions.files, &actions.attributes,
+                        argv.data(), environ);
+    return errno == 0 ? pid : -1;
+}
+
+Ran runProgram(const Words &words, double seconds)
+{
+    Ran ran;
+    Pipe pipe;
+    if (!pipe.open()) {
+        return ran;
+    }
+    const double until = now() + seconds;
+    const pid_t pid = startProgram(words, pipe.in.get());
+    pipe.in.reset();
+    if (pid < 0) {
+        return ran;
+    }
+    const bool ended = readAll(pipe.out.get(), until, ran.output);
+    ran.status = reap(pid, ended ? until : 0);
+    return ran;
+}
+
+bool askInChild(void (*act)(const char *path, int answer), const char *path,
+                void *answer, size_t size, double seconds)
+{
+    Pipe pipe;
+    if (!pipe.open()) {
+        return false;
+    }
+    const double until = now() + seconds;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        act(path, pipe.in.get());
+        _exit(0);
+    }
+    pipe.in.reset();
+    std::string data;
+    const bool ended =
+        pid > 0 && readAll(pipe.out.get(), until, data) && data.size() == size;
+    if (pid > 0) {
+        reap(pid, ended ? until : 0);
+    }
+    if (ended) {
+        data.copy(static_cast<char *>(answer), size);
+    }
+    return ended;
+}
+
+} // namespace helper

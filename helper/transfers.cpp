@@ -1,0 +1,95 @@
+#include "helper/transfers.h"
+
+#include <algorithm>
+
+#include "helper/text.h"
+
+namespace helper
+{
+
+namespace
+{
+
+constexpr double RATE_SECONDS = 5; // over which a rate is taken
+
+std::string part(const char *what, uint64_t files, uint64_t bytes)
+{
+    if (files == 0) {
+        return "";
+    }
+    return what + countText(files, "file", "files") + " (" + bytesText(bytes) +
+           ")";
+}
+
+} // namespace
+
+void Sum::add(const Transfer &transfer)
+{
+    const bool read = transfer.kind == Transfer::Read;
+    (read ? read_files : written_files) += 1;
+    (read ? read_bytes : written_bytes) += transfer.size;
+}
+
+std::string Sum::text() const
+{
+    const std::string read = part("read ", read_files, read_bytes);
+    const std::string written = part("written ", written_files, written_bytes);
+    return read + (read.empty() || written.empty() ? "" : ", ") + written;
+}
+
+void Transfers::take(const News &news, double time)
+{
+    switch (news.kind) {
+    case News::BusyOn:
+        if (busy++ == 0) {
+            busy_since = time;
+        }
+        break;
+    case News::BusyOff:
+        busy = std::max(busy - 1, 0);
+        break;
+    case News::Transfers:
+        for (const Transfer &transfer : news.transfers) {
+            all.add(transfer);
+            latest.add(transfer);
+            recent.emplace_back(time, transfer.size);
+        }
+        break;
+    case News::Nonsense:
+        break;
+    }
+}
+
+double Transfers::rate(double time)
+{
+    while (!recent.empty() && recent.front().first < time - RATE_SECONDS) {
+        recent.pop_front();
+    }
+    double sum = 0;
+    for (const auto &[when, bytes] : recent) {
+        sum += static_cast<double>(bytes);
+    }
+    const double since = recent.empty() ? 0 : time - recent.front().first;
+    return sum / std::max(since, 1.0);
+}
+
+std::string Transfers::line(double time)
+{
+    std::string text =
+        isBusy() ? "busy for " + secondsText(time - busy_since) : "idle";
+    if (!all.empty()) {
+        text += " · " + all.text();
+    }
+    const double per_second = rate(time);
+    if (per_second >= 1) {
+        text += " · " + bytesText(static_cast<uint64_t>(per_second)) + "/s";
+    }
+    return text;
+}
+
+Sum Transfers::takeLatest()
+{
+    return std::exchange(latest, Sum());
+}
+
+} // namespace helper
