@@ -149,7 +149,6 @@ void harden(sqlite3 *database)
     sqlite3_limit(database, SQLITE_LIMIT_LENGTH, 16 << 20);
     sqlite3_limit(database, SQLITE_LIMIT_SQL_LENGTH, 1 << 20);
     sqlite3_limit(database, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 256);
-    sqlite3_limit(database, SQLITE_LIMIT_EXPR_DEPTH, 100);
     sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 0);
     sqlite3_limit(database, SQLITE_LIMIT_TRIGGER_DEPTH, 1);
     sqlite3_exec(database,

@@ -11,11 +11,21 @@ namespace
 
 constexpr int NO_MEMORY = -2;
 
+// What an unfinished listing left is open (the rest is gone): it leaves the list
+// and comes back when its row is found again.
+void unlinkChildren(_KTL_OBJECT *folder)
+{
+    while (HasChildren(folder)) {
+        UnlinkObject(ObjectOfSibling(ChildList(folder)->next));
+    }
+}
+
 int listFolder(_CONTEXT *context, const char *path, void *buffer,
                tarni_filler filler)
 {
     MEDIA_LISTING listing{
         context, path, GetObject(path), buffer, filler, FreeNames(path), {}};
+    unlinkChildren(listing.folder);
     const MEDIA_KIND *kind = MediaKindOf(path);
     if (kind != nullptr) {
         return ListMediaLibrary(&listing, *kind);

@@ -141,8 +141,8 @@ void makeEntry(MEDIA_LISTING *listing, const MEDIA_KIND &kind,
         !isAsRecorded(row, info.size) || !nameOf(kind, row, &name)) {
         return;
     }
-    const std::string path =
-        listing->names.path(name, NUMBER_PLACE::BEFORE_EXTENSION);
+    const std::string path = listing->names.path(
+        name, NUMBER_PLACE::BEFORE_EXTENSION, row.devicePath);
     _KTL_OBJECT *object = GetObjectWithFileName(path.c_str());
     object->device_path =
         ReplaceString(object->device_path, row.devicePath.c_str());

@@ -54,8 +54,8 @@ bool isListed(const MEDIA_LISTING &listing, const std::string &name,
 {
     const _KTL_OBJECT *known =
         FindObject(ChildPath(listing.path, name).c_str());
-    return known != nullptr && known->device_path != nullptr &&
-           devicePath == known->device_path;
+    return known != nullptr && IsLinked(known) &&
+           known->device_path != nullptr && devicePath == known->device_path;
 }
 
 void makeEntry(MEDIA_LISTING *listing, const MEMO_ROW &row)
@@ -72,8 +72,8 @@ void makeEntry(MEDIA_LISTING *listing, const MEMO_ROW &row)
         isListed(*listing, name, row.devicePath)) {
         return;
     }
-    const std::string path =
-        listing->names.path(name, NUMBER_PLACE::BEFORE_EXTENSION);
+    const std::string path = listing->names.path(
+        name, NUMBER_PLACE::BEFORE_EXTENSION, row.devicePath);
     _KTL_OBJECT *object = GetObjectWithFileName(path.c_str());
     object->device_path =
         ReplaceString(object->device_path, row.devicePath.c_str());

@@ -43,21 +43,29 @@ size_t decomposedLength(std::string_view text)
     return decomposeUtf8(text, parts) ? parts.size() : text.size();
 }
 
-// The longest beginning of whole characters that fits.
-std::string_view fitting(std::string_view text, size_t room)
+// The longest beginning of whole characters that fits. A letter that stands
+// decomposed in the text is one character as well.
+std::string fitting(const std::string &text, size_t room)
 {
+    std::string letters;
+    if (!composeUtf8(text, letters)) {
+        letters = text;
+    }
     size_t end = 0;
     size_t used = 0;
-    while (end < text.size()) {
+    while (end < letters.size()) {
         const size_t length =
-            std::min(characterLength(text[end]), text.size() - end);
-        used += decomposedLength(text.substr(end, length));
+            std::min(characterLength(letters[end]), letters.size() - end);
+        used += decomposedLength(letters.substr(end, length));
         if (used > room) {
             break;
         }
         end += length;
     }
-    return text.substr(0, end);
+    letters.resize(end);
+    std::string parts;
+    const bool wasDecomposed = decomposeUtf8(text, parts) && parts == text;
+    return wasDecomposed && decomposeUtf8(letters, parts) ? parts : letters;
 }
 
 size_t extensionAt(std::string_view name)
@@ -74,6 +82,16 @@ void takeUpToNul(std::string *buffer, std::string *out)
 {
     buffer->resize(strlen(buffer->c_str()));
     out->swap(*buffer);
+}
+
+bool isFree(const std::string &path, const std::string &devicePath)
+{
+    const _KTL_OBJECT *object = FindObject(path.c_str());
+    if (object == nullptr) {
+        return true;
+    }
+    const char *known = object->device_path;
+    return !IsLinked(object) && (known == nullptr || devicePath == known);
 }
 
 } // namespace
@@ -140,7 +158,7 @@ std::string NumberedName(std::string_view name, std::string_view number,
 {
     const size_t end =
         place == NUMBER_PLACE::AT_END ? name.size() : extensionAt(name);
-    std::string_view stem = name.substr(0, end);
+    std::string stem(name.substr(0, end));
     std::string tail(number);
     tail += name.substr(end);
     if ((stem.size() + tail.size()) * MOST_GROWTH > LONGEST_NAME) {
@@ -149,19 +167,20 @@ std::string NumberedName(std::string_view name, std::string_view number,
             stem = fitting(stem, LONGEST_NAME - taken);
         }
     }
-    return std::string(stem) + tail;
+    return stem + tail;
 }
 
-std::string FreeNames::path(const std::string &name, NUMBER_PLACE place)
+std::string FreeNames::path(const std::string &name, NUMBER_PLACE place,
+                            const std::string &devicePath)
 {
     std::string candidate = ChildPath(folder, NumberedName(name, "", place));
-    if (FindObject(candidate.c_str()) == nullptr) {
+    if (isFree(candidate, devicePath)) {
         return candidate;
     }
     int &number = numbers.try_emplace(name, 2).first->second;
     do {
         const std::string text = " (" + std::to_string(number++) + ")";
         candidate = ChildPath(folder, NumberedName(name, text, place));
-    } while (FindObject(candidate.c_str()) != nullptr);
+    } while (!isFree(candidate, devicePath));
     return candidate;
 }

@@ -45,8 +45,11 @@ class FreeNames
     explicit FreeNames(std::string path) : folder(std::move(path)) {}
 
     // The volume path for an entry `name`: with the name as it is, or with
-    // the first number from 2 on for which the catalogue has no record.
-    std::string path(const std::string &name, NUMBER_PLACE place);
+    // the first number from 2 on for which the catalogue has no record. One
+    // that is in no folder's list and stands for the same `devicePath` (empty:
+    // a folder) is what an unfinished listing left, and is found again.
+    std::string path(const std::string &name, NUMBER_PLACE place,
+                     const std::string &devicePath = {});
 
   private:
     std::string folder;

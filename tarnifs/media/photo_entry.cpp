@@ -97,12 +97,13 @@ int makeEntry(MEDIA_LISTING *listing, const PHOTO_ROW &row, bool isFilm,
     if (!CanonicalName(SELF, row.name, &name) || !CanBeEntry(name)) {
         return LEFT_OUT;
     }
-    const std::string path = listing->names.path(
-        isFilm ? FilmOf(name) : name, NUMBER_PLACE::BEFORE_EXTENSION);
+    const std::string &devicePath = isFilm ? row.filmPath : row.devicePath;
+    const std::string path =
+        listing->names.path(isFilm ? FilmOf(name) : name,
+                            NUMBER_PLACE::BEFORE_EXTENSION, devicePath);
     _KTL_OBJECT *object = GetObjectWithFileName(path.c_str());
     if (object->device_path == nullptr) {
-        object->device_path = ReplaceString(
-            nullptr, (isFilm ? row.filmPath : row.devicePath).c_str());
+        object->device_path = ReplaceString(nullptr, devicePath.c_str());
     }
     fillEntry(object, row, deviceSize);
     Publish(*listing, object);

@@ -96,15 +96,7 @@ void listAlbums(ROOT *root)
     }
 }
 
-// An album that was given the name of one of these folders before stands for it.
-void publishOnce(ROOT *root, const char *name)
-{
-    const std::string path = root->path(name);
-    if (FindObject(path.c_str()) == nullptr) {
-        PublishFolder(*root->listing, path);
-    }
-}
-
+// An album that was given the name of one of these before stands for it.
 void listKinds(ROOT *root)
 {
     Statement query(SELF, root->database, SQL_KINDS);
@@ -114,11 +106,11 @@ void listKinds(ROOT *root)
     }
     while (query.next()) {
         if (query.integer(1) == KIND_VIDEO) {
-            publishOnce(root, "Recorded Videos");
+            PublishFolder(*root->listing, root->path("Recorded Videos"));
         }
         const char *folder = getFolderNamefromSubtype(query.integer(0));
         if (folder != nullptr) {
-            publishOnce(root, folder);
+            PublishFolder(*root->listing, root->path(folder));
         }
     }
 }

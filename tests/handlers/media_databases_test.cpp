@@ -228,7 +228,11 @@ TEST_F(Databases, ALostConnectionIsMadeUpForLater)
                           LIBIUSB_ERROR_LOST_CONNECTION);
     EXPECT_EQ(shown("/Media/Music"), Names{"A-U.mp3"});
     expectNothingRaised();
+    tarni_file_info fi; // what is open meanwhile is the same file afterwards
+    ASSERT_EQ(open("/Media/Music/A-U.mp3", &fi), 0);
     EXPECT_EQ(shown("/Media/Music"), complete);
+    EXPECT_EQ(read("/Media/Music/A-U.mp3", &fi, 10, 0), "music");
+    EXPECT_EQ(release("/Media/Music/A-U.mp3", &fi), 0);
 
     list("/Media/Photo");
     memoryWorld.failAll(LIBIUSB_ERROR_LOST_CONNECTION);

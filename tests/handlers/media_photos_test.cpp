@@ -349,6 +349,11 @@ TEST(MediaNames, AreCutAtACharacterAndKeepWhatTellsThemApart)
     }
     EXPECT_EQ(numbered(hangul + ".m", " (2)", dot),
               hangul.substr(0, 27 * 3) + " (2).m");
+    std::string album;
+    ASSERT_TRUE(AlbumName("test", hangul, &album)); // decomposed
+    EXPECT_EQ(album.size(), hangul.size() * 3);
+    EXPECT_EQ(numbered(album, " (2)", NUMBER_PLACE::AT_END),
+              album.substr(0, 27 * 9) + " (2)");
     EXPECT_EQ(FilmOf("/DCIM/JPG/A.JPG"), "/DCIM/MOV/A.MOV");
     EXPECT_EQ(FilmOf("/DCIM/JPG/A.Heic"), "/DCIM/JPG/A.MOV");
     EXPECT_EQ(FilmOf("A.heic.png"), "A.heic.png");
