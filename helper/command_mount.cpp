@@ -18,6 +18,16 @@ namespace
 // A start that has to look for its device takes a few seconds; one whose device
 // falls silent ends by itself after ten.
 constexpr double ANSWER_SECONDS = 45;
+constexpr double TURN_SECONDS = 60; // for a mount that is going on
+
+Result checkUnmounted(const Device &device)
+{
+    const std::vector<Mount> mounts = readMounts();
+    const Mount *mount = findMount(mounts, device.location);
+    return mount == nullptr
+               ? Result()
+               : refuse(message::ALREADY_MOUNTED, {device.name, mount->point});
+}
 
 // Everything that can be said before the user of the device is troubled.
 Result checkBefore(const MountOptions &options, Device &device)
@@ -45,11 +55,18 @@ Result mountAt(const MountOptions &options, const Device &device,
                std::string &point)
 {
     const Signals signals;
+    Descriptor turn;
+    Result result = takeMountTurn(turn, TURN_SECONDS)
+                        ? checkUnmounted(device)
+                        : refuse(message::OTHER_MOUNT);
+    if (!result.ok()) {
+        return result;
+    }
     point = options.point.empty()
                 ? defaultPoint(device, mountHome(options.home))
                 : canonicalPoint(options.point);
     bool made = false;
-    Result result = preparePoint(point, &made);
+    result = preparePoint(point, &made);
     if (result.ok()) {
         bool stopped = false;
         result =

@@ -37,6 +37,12 @@ ssize_t readFull(int fd, char *data, size_t length)
     return static_cast<ssize_t>(done);
 }
 
+// A volume shows its refusals to people and gives programs this one error.
+const char *reason(int error)
+{
+    return error == ECANCELED ? message::COPY_REFUSED : strerrordesc_np(error);
+}
+
 // What of a failed file is of no use for the next time.
 bool worthKeeping(int error)
 {
@@ -211,8 +217,7 @@ void CopyRun::fail(const std::string &path, const std::string &why, int error)
     ++figures.failed;
     {
         const std::lock_guard<std::mutex> hold(lock);
-        problems.push_back(
-            {path, why.empty() ? strerrordesc_np(error) : why, true});
+        problems.push_back({path, why.empty() ? reason(error) : why, true});
     }
     if (error == ENOTCONN || !devicesThere()) {
         figures.gone = true;

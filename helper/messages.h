@@ -118,6 +118,9 @@ inline constexpr Message NO_ANSWER = {
     Status::NoAnswer, "The volume of {} did not answer within {}."};
 inline constexpr Message INTERRUPTED = {Status::Interrupted, "Interrupted."};
 
+inline constexpr Message OTHER_MOUNT = {
+    Status::Busy, "Another quorvel is mounting something; try again."};
+
 // Unmounting
 inline constexpr Message NOTHING_MOUNTED = {Status::NotMounted,
                                             "Nothing is mounted."};
@@ -157,6 +160,8 @@ inline constexpr const char *COPY_SAME_NAME =
 inline constexpr const char *COPY_SKIPPED_LINK = "a link, left out";
 inline constexpr const char *COPY_SKIPPED_SPECIAL =
     "neither file nor folder, left out";
+inline constexpr const char *COPY_REFUSED =
+    "refused by the volume, which shows why in a message of its own";
 inline constexpr const char *COPY_SHORTER =
     "ended early: {} of {} bytes could be read";
 inline constexpr const char *COPY_WRONG_SIZE =

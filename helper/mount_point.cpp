@@ -1,6 +1,7 @@
 #include "helper/mount_point.h"
 
 #include <pwd.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <iterator>
 
 #include "helper/mounts.h"
+#include "helper/text.h"
 
 namespace helper
 {
@@ -178,6 +180,23 @@ std::string canonicalPoint(const std::string &path)
         return canonicalPoint(folder / target);
     }
     return joined;
+}
+
+bool takeMountTurn(Descriptor &turn, double seconds)
+{
+    std::error_code error;
+    fs::create_directories(memory(), error);
+    const double until = now() + seconds;
+    // A user who has no place for it goes on alone.
+    turn.reset(
+        open((memory() + "/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    while (turn.open() && flock(turn.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (now() > until) {
+            return false;
+        }
+        usleep(20'000);
+    }
+    return true;
 }
 
 Result preparePoint(const std::string &point, bool *made)

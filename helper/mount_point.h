@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "helper/descriptor.h"
 #include "helper/devices.h"
 #include "helper/messages.h"
 
@@ -20,6 +21,11 @@ std::string defaultPoint(const Device &device, const std::string &home);
 
 // Canonical but for its last name, which may be missing and may be a volume.
 std::string canonicalPoint(const std::string &path);
+
+// Held while a folder is prepared and mounted on, by one quorvel of a user at a
+// time: two of them must not mount the same device, or take the same folder.
+// False when another one holds it for longer than `seconds`.
+bool takeMountTurn(Descriptor &turn, double seconds);
 
 // Makes the folder unless it is there, and makes sure that a volume may be
 // mounted on it. *made tells whether it was made.

@@ -113,7 +113,9 @@ std::string secondsText(double seconds)
 {
     const auto whole = static_cast<long long>(std::llround(seconds));
     char text[48];
-    if (whole < 60) {
+    if (seconds < 9.95) {
+        snprintf(text, sizeof(text), "%.1f s", seconds);
+    } else if (whole < 60) {
         snprintf(text, sizeof(text), "%lld s", whole);
     } else if (whole < 3600) {
         snprintf(text, sizeof(text), "%lld:%02lld", whole / 60, whole % 60);

@@ -21,7 +21,7 @@ std::string cutTo(std::string_view text, size_t width);
 // "34.0 MB", in steps of 1000 as file managers count.
 std::string bytesText(uint64_t bytes);
 
-// "1:05", "2:00:00"; "45 s" below a minute.
+// "1:05", "2:00:00"; "45 s" below a minute, "4.2 s" below ten seconds.
 std::string secondsText(double seconds);
 
 // "1 file", "1,234 files".

@@ -1,6 +1,7 @@
 #include "helper/transfers.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "helper/text.h"
 
@@ -76,7 +77,8 @@ double Transfers::rate(double time)
 std::string Transfers::line(double time)
 {
     std::string text =
-        isBusy() ? "busy for " + secondsText(time - busy_since) : "idle";
+        isBusy() ? "busy for " + secondsText(std::floor(time - busy_since))
+                 : "idle";
     if (!all.empty()) {
         text += " · " + all.text();
     }
