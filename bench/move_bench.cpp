@@ -26,6 +26,7 @@ constexpr uint64_t SMALL = 20 << 10;
 constexpr unsigned MANY = 1000;
 
 const std::string NOTES = "/Apps/Caf\xC3\xA9 Reader";
+const std::string ROLL = "/Media/Photo/Camera Roll";
 const std::string OTHER = "/Apps/Notes";
 
 [[noreturn]] void Fail(const std::string &what)
@@ -85,6 +86,50 @@ void Measure(const bench::Volume &volume, const bench::Server &server,
     fflush(stdout);
 }
 
+// The sample device anew, with that many pictures of some size.
+void MakePictures(const Device &device, unsigned count, uint64_t bytes)
+{
+    const std::filesystem::path folder = device.folder + "/device";
+    std::filesystem::remove_all(folder);
+    if (!bench::Run({std::string(QUORVEL_BIN) + "/quorvel-simdevice", "make",
+                     folder.string(), "--location-id",
+                     std::to_string(device.location_id), "--photos",
+                     std::to_string(count)})) {
+        Fail("make");
+    }
+    for (const auto &picture :
+         std::filesystem::directory_iterator(folder / "Media/DCIM/100APPLE")) {
+        Fill(picture.path(), bytes);
+    }
+}
+
+void MediaMoves(const Link &link)
+{
+    const unsigned follow = 3; // open, read, write
+    const Device device;
+    MakePictures(device, 1, LARGE);
+    {
+        const bench::Server server(device, link);
+        const bench::Volume volume(device, server);
+        Measure(volume, server, link,
+                {"256 MiB from media to storage", ROLL + "/IMG_0001.JPG",
+                 "/Storage/large.bin", 1, LARGE, follow});
+    }
+    MakePictures(device, MANY, SMALL);
+    const bench::Server server(device, link);
+    const bench::Volume volume(device, server);
+    unsigned files = 0;
+    uint64_t bytes = 0;
+    for (const auto &entry :
+         std::filesystem::directory_iterator(volume.path + ROLL)) {
+        ++files;
+        bytes += entry.file_size();
+    }
+    Measure(volume, server, link,
+            {std::to_string(files) + " files of 20 KiB from media to storage",
+             ROLL, "/Storage/small", files, bytes, follow});
+}
+
 void Moves(const Link &link)
 {
     const Device device;
@@ -96,8 +141,7 @@ void Moves(const Link &link)
     }
     const bench::Server server(device, link);
     const bench::Volume volume(device, server);
-    const unsigned copy = 3; // open, read, write
-    const unsigned move = 4; // and remove
+    const unsigned move = 4; // ask and open, read, write, remove
     const uint64_t small = MANY * SMALL;
     for (const Move &each : {
              Move{"256 MiB from storage to an app", "/Storage/large.bin",
@@ -115,7 +159,6 @@ void Moves(const Link &link)
          }) {
         Measure(volume, server, link, each);
     }
-    (void)copy;
 }
 
 } // namespace
@@ -126,6 +169,7 @@ int main()
     printf("| what | link | time s | floor s | floor/time | round trips a file "
            "| writes |\n|---|---|---:|---:|---:|---:|---:|\n");
     for (const Link &link : {Link{1000, 40}, Link{300, 400}}) {
+        MediaMoves(link);
         Moves(link);
     }
     return 0;
