@@ -211,7 +211,7 @@ bool CopyRun::devicesThere() const
 // every other file would only fail as well.
 void CopyRun::fail(const std::string &path, const std::string &why, int error)
 {
-    if (error == EINTR && stopping) {
+    if (figures.gone || (error == EINTR && stopping)) {
         return;
     }
     ++figures.failed;

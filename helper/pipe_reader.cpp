@@ -97,9 +97,16 @@ Batch readBatch(std::string_view text)
         batch.transfers.push_back(transfer);
         batch.length += RECORD;
     }
-    // A message inside the last record's extension can look like a longer
-    // extension: what is left over tells.
-    if (text.size() > batch.length && text[batch.length] != '-') {
+    return batch;
+}
+
+// A batch that only another message follows. One inside the last record's
+// extension can look like a longer extension: what is left over tells.
+Batch readWholeBatch(std::string_view text)
+{
+    Batch batch = readBatch(text);
+    if (batch.state == State::Whole && text.size() > batch.length &&
+        text[batch.length] != '-') {
         batch.state = State::Bad;
         batch.bad_end = batch.length;
     }
@@ -142,7 +149,7 @@ Found plainMessage(std::string_view text)
 // sense, or in the record before, is where one must have come between.
 Found batchWithOthers(const std::string &text, int depth)
 {
-    const Batch batch = readBatch(text);
+    const Batch batch = readWholeBatch(text);
     if (batch.state == State::Whole) {
         return {State::Whole, batch.length, {transfersNews(batch.transfers)}};
     }

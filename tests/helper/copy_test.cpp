@@ -50,7 +50,7 @@ class CopyTest : public HelperTest
     ~CopyTest() override
     {
         if (simulator != nullptr) {
-            EXPECT_EQ(Quorvel({"unmount"}).status, 0);
+            EXPECT_EQ(Quorvel({"unmount", Point("Anna's iPhone")}).status, 0);
         }
     }
 
@@ -79,7 +79,6 @@ TEST_F(CopyTest, a_tree_comes_home)
     device.Put("trip/empty", "");
     device.Put("trip/bad.bin", Noise(2'000'000, 2));
     device.Put("trip/z.txt", "z");
-    fs::create_symlink("z.txt", device.Storage("trip/link"));
     Begin();
     const Words command = {"copy", "Anna's iPhone:/Storage/trip",
                            work + "/out"};
@@ -88,7 +87,6 @@ TEST_F(CopyTest, a_tree_comes_home)
     EXPECT_EQ(done.status, 20) << done.out;
     EXPECT_TRUE(Contains(done.out, "Copied 3 files")) << done.out;
     EXPECT_TRUE(Contains(done.out, "refused by the volume")) << done.out;
-    EXPECT_TRUE(Contains(done.out, "a link, left out")) << done.out;
 
     done = Quorvel(command);
     EXPECT_EQ(done.status, 0) << done.out;
@@ -99,7 +97,6 @@ TEST_F(CopyTest, a_tree_comes_home)
         EXPECT_EQ(Slurp(home), Slurp(there)) << name;
         EXPECT_EQ(ChangedAt(home), ChangedAt(there)) << name;
     }
-    EXPECT_FALSE(fs::exists(work + "/out/trip/link"));
     EXPECT_FALSE(AnyPartial(work + "/out"));
 
     simulator->Control("stats reset");
@@ -147,7 +144,9 @@ TEST_F(CopyTest, interrupted_on_the_way_out)
     EXPECT_LT(simulator->Number("bytes_read"),
               static_cast<int64_t>(data.size() - had + 2'000'000));
     // A copy of another source's remains is not gone on with.
+    EXPECT_EQ(Quorvel({"unmount", Point("Anna's iPhone")}).status, 0);
     device.Put("film.mp4", Noise(24'000'000, 4));
+    EXPECT_EQ(Quorvel({"mount"}).status, 0);
     Interrupt(command, [&] { return AnyPartial(work + "/out"); });
     EXPECT_TRUE(Slurp(work + "/out/film.mp4") == data);
 }
@@ -161,6 +160,7 @@ TEST_F(CopyTest, interrupted_on_the_way_in)
         Spill(work + "/in/sub/" + std::to_string(i), Noise(1000, 6));
     }
     Spill(work + "/in/big.bin", data);
+    fs::create_symlink("big.bin", work + "/in/link");
     Begin({"--mb-per-s", "12"});
     const Words command = {"copy", work + "/in", work + "/in/big.bin",
                            "Anna's iPhone:/Storage/new"};
@@ -172,6 +172,7 @@ TEST_F(CopyTest, interrupted_on_the_way_in)
     simulator->Control("stats reset");
     Finished done = Quorvel(command);
     EXPECT_EQ(done.status, 0) << done.out;
+    EXPECT_TRUE(Contains(done.out, "in/link: a link, left out")) << done.out;
     for (const char *name : {"new/in/big.bin", "new/big.bin"}) {
         EXPECT_TRUE(device.Get(name) == data) << name;
     }

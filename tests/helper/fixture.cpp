@@ -35,7 +35,10 @@ HelperTest::~HelperTest()
 
 SampleDevice &HelperTest::Add(const std::string &name, const Words &options)
 {
-    Words words = {"--name", name, "--photos", "2", "--songs", "2"};
+    const std::string udid =
+        "00008110-000A1C2E3F40800" + std::to_string(devices.size());
+    Words words = {"--name",   name, "--udid",  udid,
+                   "--photos", "2",  "--songs", "2"};
     words.insert(words.end(), options.begin(), options.end());
     devices.push_back(std::make_unique<SampleDevice>(work, words));
     return *devices.back();

@@ -36,7 +36,7 @@ TEST_F(MountTest, refusals_about_devices)
 {
     Refused({}, 8, "usbmuxd does not answer");
     Add("Anna's iPhone");
-    Add("Bert", {"--udid", "00008110-0009999999999999"});
+    Add("Bert");
     Serve({"--unplugged"});
     Refused({}, 3, "No device is attached");
     simulator->Control("plug 0");
@@ -82,8 +82,8 @@ TEST_F(MountTest, refusals_about_places)
             "Anna's iPhone is already mounted at " + Point("Anna's iPhone"));
     Refused({"Bert", Point("Anna's iPhone")}, 12, "Something else is mounted");
     EXPECT_EQ(Quorvel({"unmount", "Bert"}).status, 17);
-    EXPECT_EQ(Quorvel({"unmount"}).status, 0);
-    EXPECT_EQ(Quorvel({"unmount"}).status, 17);
+    EXPECT_EQ(Quorvel({"unmount", "Anna's iPhone"}).status, 0);
+    EXPECT_EQ(Quorvel({"unmount", "Anna's iPhone"}).status, 17);
     // Alone in a folder, it finds no file system to start.
     fs::copy(Program("quorvel"), work + "/quorvel");
     const Finished alone =
@@ -137,8 +137,8 @@ TEST_F(MountTest, waits_for_trust_and_cleans_up)
                      Point("Anna's iPhone") + "/Storage"},
                     {}, work + "/sleeper");
     ASSERT_TRUE(Eventually([&] { return sleeper.Output() == "in\n"; }));
-    EXPECT_EQ(Quorvel({"unmount"}).status, 18);
-    EXPECT_EQ(Quorvel({"unmount", "--force"}).status, 0);
+    EXPECT_EQ(Quorvel({"unmount", "Anna's iPhone"}).status, 18);
+    EXPECT_EQ(Quorvel({"unmount", "--force", "Anna's iPhone"}).status, 0);
     EXPECT_FALSE(fs::exists(Point("Anna's iPhone")));
     sleeper.Signal(SIGKILL);
 
