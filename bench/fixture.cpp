@@ -115,10 +115,14 @@ bool Run(const std::vector<std::string> &words)
     return WaitFor(Start(words, "")) == 0;
 }
 
-Device::Device() : folder(TempFolder()), location_id(80000000 + getpid())
+Device::Device(const std::vector<std::string> &options)
+    : folder(TempFolder()), location_id(80000000 + getpid())
 {
-    if (!Run({Program("quorvel-simdevice"), "make", folder + "/device",
-              "--location-id", std::to_string(location_id)})) {
+    std::vector<std::string> words = {Program("quorvel-simdevice"), "make",
+                                      folder + "/device", "--location-id",
+                                      std::to_string(location_id)};
+    words.insert(words.end(), options.begin(), options.end());
+    if (!Run(words)) {
         Stop("no sample device could be made");
     }
 }

@@ -35,7 +35,8 @@ bool Run(const std::vector<std::string> &words);
 class Device
 {
   public:
-    Device();
+    // `options` go to the maker.
+    explicit Device(const std::vector<std::string> &options = {});
     ~Device();
     Device(const Device &) = delete;
     Device &operator=(const Device &) = delete;
@@ -78,6 +79,8 @@ class Volume
     ~Volume();
     Volume(const Volume &) = delete;
     Volume &operator=(const Volume &) = delete;
+
+    pid_t Pid() const { return pid; }
 
     std::string path;
 
