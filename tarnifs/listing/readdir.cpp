@@ -116,6 +116,8 @@ int listMedia(_CONTEXT *context, _KTL_OBJECT *media, const TARGET &target)
     NoteListing(media, true); // unless the databases can't be had for now
     if (context->media_db == nullptr && context->photo_db == nullptr) {
         DownloadDBandOpen(context);
+    } else if (!FetchLostDatabases(context)) {
+        NoteListing(media, false);
     }
     makeFolder(media, "/Media/Music");
     makeFolder(media, "/Media/Movies");

@@ -4,6 +4,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
+#include <new>
+#include <set>
 #include <string>
 
 #include <sqlite3.h>
@@ -23,6 +26,8 @@ namespace
 constexpr const char *SELF = "DownloadDBandOpen";
 // More than this together is worth telling the tray helper, in bytes.
 constexpr uint64_t LONG_DOWNLOAD = 3000000;
+// Of all databases together, in bytes; the largest libraries sort in a tenth.
+constexpr sqlite3_int64 MOST_MEMORY = 256 << 20;
 
 struct DATABASE {
     const char *device; // path on the media file system
@@ -47,6 +52,10 @@ constexpr DATABASE CLOUD_RECORDINGS = {"/Recordings/CloudRecordings.db",
 // A database is these files together; the last is SQLite's own, of a writer.
 constexpr const char *DEVICE_SUFFIXES[] = {"", "-shm", "-wal"};
 constexpr const char *LOCAL_SUFFIXES[] = {"", "-shm", "-wal", "-journal"};
+
+// Those that could not be had for want of a connection. The caller holds
+// tarni_mutex.
+std::set<const DATABASE *> toFetchAgain;
 
 void closeDatabase(sqlite3 **database)
 {
@@ -87,18 +96,46 @@ uint64_t totalSize(_CONTEXT *context, ConnectionWatch *connection)
     return total;
 }
 
+// How a file's copy went.
+enum class COPY { DONE, NONE_THERE, FAILED, LOST };
+
+COPY fetchFile(_CONTEXT *context, const std::string &device,
+               const std::string &local, ConnectionWatch *connection)
+{
+    if (connection->isGone()) {
+        return COPY::LOST;
+    }
+    const int ret = downloadfile(context, device.c_str(), local.c_str());
+    connection->note(ret);
+    if (ConnectionWatch::isLost(ret)) {
+        return COPY::LOST;
+    }
+    if (ret == LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND) {
+        return COPY::NONE_THERE;
+    }
+    // A copy that broke off was removed, and may still have ended well.
+    const bool isThere =
+        access((PrivateFolder(context) + local).c_str(), F_OK) == 0;
+    return ret == 0 && isThere ? COPY::DONE : COPY::FAILED;
+}
+
 // Copies a database's files and nothing else: what an earlier copy had beside
-// it goes first.
+// it goes first. Without its log a database would show an older state, so that
+// it is all or nothing. *lost: for want of a connection.
 void fetch(_CONTEXT *context, const DATABASE &database,
-           ConnectionWatch *connection)
+           ConnectionWatch *connection, bool *lost)
 {
     removeCopy(context, database);
     for (const char *suffix : DEVICE_SUFFIXES) {
-        if (!connection->isGone()) {
-            const std::string device = std::string(database.device) + suffix;
-            const std::string local = std::string(database.local) + suffix;
-            connection->note(
-                downloadfile(context, device.c_str(), local.c_str()));
+        const COPY result =
+            fetchFile(context, std::string(database.device) + suffix,
+                      std::string(database.local) + suffix, connection);
+        *lost = *lost || result == COPY::LOST;
+        // SQLite makes an index of the log anew.
+        const bool needed = strcmp(suffix, "-shm") != 0;
+        if (needed && (result == COPY::FAILED || result == COPY::LOST)) {
+            removeCopy(context, database);
+            return;
         }
     }
 }
@@ -108,13 +145,25 @@ int fetchAndOpen(_CONTEXT *context, const DATABASE &database,
 {
     sqlite3 *&handle = context->*database.handle;
     closeDatabase(&handle);
-    fetch(context, database, connection);
-    return opendb(context, database.local, &handle);
+    bool lost = false;
+    fetch(context, database, connection, &lost);
+    const int ret = opendb(context, database.local, &handle);
+    if (handle == nullptr && lost) {
+        toFetchAgain.insert(&database);
+    } else {
+        toFetchAgain.erase(&database);
+    }
+    return ret;
 }
 
+// A question that can't be asked is logged with what is missing.
 bool hasRecordings(sqlite3 *database)
 {
     Statement query(SELF, database, SQL_COUNT_MEMOS);
+    if (database != nullptr && !query.ready()) {
+        QNLog(3, "%s recorddb can't be asked. code : %d, msg(%s)", SELF,
+              query.code(), sqlite3_errmsg(database));
+    }
     return query.ready() && CountOf(&query) != 0;
 }
 
@@ -125,7 +174,11 @@ void openNewerRecordings(_CONTEXT *context, ConnectionWatch *connection)
         return;
     }
     sqlite3 *newer = nullptr;
-    fetch(context, CLOUD_RECORDINGS, connection);
+    bool lost = false;
+    fetch(context, CLOUD_RECORDINGS, connection, &lost);
+    if (lost) {
+        toFetchAgain.insert(&DATABASES[2]);
+    }
     opendb(context, CLOUD_RECORDINGS.local, &newer);
     if (newer != nullptr && InstallRecordingView(newer)) {
         closeDatabase(&context->record_db);
@@ -146,39 +199,68 @@ void harden(sqlite3 *database)
     sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
     sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     sqlite3_drop_modules(database, nullptr);
-    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, 16 << 20);
+    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, 1 << 20);
     sqlite3_limit(database, SQLITE_LIMIT_SQL_LENGTH, 1 << 20);
-    sqlite3_limit(database, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 256);
+    sqlite3_limit(database, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 64);
     sqlite3_limit(database, SQLITE_LIMIT_ATTACHED, 0);
     sqlite3_limit(database, SQLITE_LIMIT_TRIGGER_DEPTH, 1);
-    sqlite3_exec(database,
-                 "PRAGMA trusted_schema=OFF; PRAGMA mmap_size=0; "
-                 "PRAGMA cell_size_check=ON; PRAGMA temp_store=MEMORY",
-                 nullptr, nullptr, nullptr);
+    // Sorting happens in memory, and a query that needs more than this fails.
+    sqlite3_hard_heap_limit64(MOST_MEMORY);
+    Execute("opendb", database,
+            "PRAGMA trusted_schema=OFF; PRAGMA mmap_size=0; "
+            "PRAGMA cell_size_check=ON; PRAGMA temp_store=MEMORY");
 }
 
-} // namespace
+// All of DownloadDBandOpen, or of what is to be fetched again.
+int fetchDatabases(_CONTEXT *context, bool all, ConnectionWatch *connection)
+{
+    int ret = 0;
+    for (const DATABASE &database : DATABASES) {
+        if (!all && !toFetchAgain.contains(&database)) {
+            continue;
+        }
+        ret = fetchAndOpen(context, database, connection);
+        sqlite3 *handle = context->*database.handle;
+        if (database.handle == &_CONTEXT::photo_db && handle != nullptr) {
+            InstallPhotoViews(handle);
+        } else if (database.handle == &_CONTEXT::record_db) {
+            openNewerRecordings(context, connection);
+        }
+    }
+    if (!toFetchAgain.empty()) {
+        NoteListing(GetObject("/Media"), false);
+    }
+    return ret;
+}
 
-int DownloadDBandOpen(_CONTEXT *context)
+int downloadAndOpen(_CONTEXT *context)
 {
     ConnectionWatch connection;
     BusySignal busy;
     if (totalSize(context, &connection) > LONG_DOWNLOAD) {
         busy.begin();
     }
-    int ret = 0;
-    for (const DATABASE &database : DATABASES) {
-        ret = fetchAndOpen(context, database, &connection);
+    return fetchDatabases(context, true, &connection);
+}
+
+} // namespace
+
+int DownloadDBandOpen(_CONTEXT *context)
+{
+    try {
+        return downloadAndOpen(context);
+    } catch (const std::bad_alloc &) {
+        return SQLITE_NOMEM;
     }
-    if (context->photo_db != nullptr) {
-        InstallPhotoViews(context->photo_db);
+}
+
+bool FetchLostDatabases(_CONTEXT *context)
+{
+    if (!toFetchAgain.empty()) {
+        ConnectionWatch connection;
+        fetchDatabases(context, false, &connection);
     }
-    openNewerRecordings(context, &connection);
-    if (connection.wasLost() && context->media_db == nullptr &&
-        context->photo_db == nullptr) {
-        NoteListing(GetObject("/Media"), false);
-    }
-    return ret;
+    return toFetchAgain.empty();
 }
 
 int opendb(_CONTEXT *context, const char *localName, sqlite3 **out)
@@ -209,6 +291,7 @@ void CloseDatabases(_CONTEXT *context)
     for (const DATABASE &database : DATABASES) {
         closeDatabase(&(context->*database.handle));
     }
+    toFetchAgain.clear();
 }
 
 void RemoveDatabaseCopies(const _CONTEXT *context)

@@ -9,11 +9,14 @@
 // Fetches and opens the databases of the media library, the photos and the
 // recordings into the context: once per mount, with the tray helper told when
 // it takes long. The result is that of opening the recordings (0: there are
-// none). A database that could not be fetched or opened stays unset; when neither
-// photos nor media library could be had because the connection was lost,
-// "/Media" counts as not completely listed, so that its next listing tries
-// again. The caller holds tarni_mutex.
+// none). A database that could not be fetched or opened stays unset; when that
+// was for want of a connection, "/Media" counts as not completely listed. The
+// caller holds tarni_mutex everywhere.
 int DownloadDBandOpen(_CONTEXT *context);
+
+// Tries again for those that could not be had for want of a connection. False
+// when there still are any.
+bool FetchLostDatabases(_CONTEXT *context);
 
 // Opens a copy, for reading data from outside. 0, also when there is no copy,
 // or SQLite's code; *out is only set when one was opened.

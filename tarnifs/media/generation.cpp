@@ -1,8 +1,8 @@
 #include "tarnifs/media/generation.h"
 
+#include <cstring>
 #include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <sqlite3.h>
@@ -14,26 +14,55 @@
 namespace
 {
 
-// A table that our queries ask, with the columns they use.
+// A column that our queries use, and what stands in where there is none.
+struct COLUMN {
+    const char *name;
+    const char *otherwise;
+};
+
+// For a column that not every sound generation has: without it, it is left out.
+constexpr const char *LEFT_OUT = nullptr;
+
 struct TABLE {
     const char *name;
-    std::vector<const char *> columns;
+    std::vector<COLUMN> columns;
 };
 
 const std::vector<TABLE> &photoTables()
 {
     static const std::vector<TABLE> tables = {
         {"ZGENERICASSET",
-         {"Z_PK", "Z_ENT", "Z_OPT", "ZKIND", "ZKINDSUBTYPE", "ZTRASHEDSTATE",
-          "ZVISIBILITYSTATE", "ZAVALANCHEPICKTYPE", "ZADDITIONALATTRIBUTES",
-          "ZMASTER", "ZMOMENT", "ZDATECREATED", "ZMODIFICATIONDATE",
-          "ZDIRECTORY", "ZFILENAME", "ZUUID", "ZCLOUDASSETGUID"}},
+         {{"Z_PK", "NULL"},
+          {"Z_ENT", "NULL"},
+          {"Z_OPT", "NULL"},
+          {"ZKIND", "0"},
+          {"ZKINDSUBTYPE", "0"},
+          {"ZTRASHEDSTATE", "0"},
+          {"ZVISIBILITYSTATE", "0"},
+          {"ZAVALANCHEPICKTYPE", "0"},
+          {"ZADDITIONALATTRIBUTES", "NULL"},
+          {"ZMASTER", LEFT_OUT}, // from 9.3 on
+          {"ZMOMENT", "NULL"},
+          {"ZDATECREATED", "NULL"},
+          {"ZMODIFICATIONDATE", "NULL"},
+          {"ZDIRECTORY", "NULL"},
+          {"ZFILENAME", "NULL"},
+          {"ZUUID", "NULL"},
+          {"ZCLOUDASSETGUID", "NULL"}}},
         {"ZADDITIONALASSETATTRIBUTES",
-         {"Z_PK", "ZASSET", "ZCAMERACAPTUREDEVICE", "ZORIGINALFILENAME",
-          "ZORIGINALFILESIZE"}},
-        {"ZMOMENT", {"Z_PK", "ZREPRESENTATIVEDATE"}},
+         {{"Z_PK", "NULL"},
+          {"ZASSET", "NULL"},
+          {"ZCAMERACAPTUREDEVICE", "0"},
+          {"ZORIGINALFILENAME", "NULL"},
+          {"ZORIGINALFILESIZE", "NULL"},
+          {"ZCLOUDMASTER", LEFT_OUT}}}, // before 9.3
+        {"ZMOMENT", {{"Z_PK", "NULL"}, {"ZREPRESENTATIVEDATE", "NULL"}}},
         {"ZGENERICALBUM",
-         {"Z_PK", "ZTITLE", "ZKIND", "ZCACHEDCOUNT", "ZTRASHEDSTATE"}},
+         {{"Z_PK", "NULL"},
+          {"ZTITLE", "NULL"},
+          {"ZKIND", "NULL"},
+          {"ZCACHEDCOUNT", "1"},
+          {"ZTRASHEDSTATE", "0"}}},
     };
     return tables;
 }
@@ -67,18 +96,8 @@ bool isReadable(const char *self, sqlite3 *database)
     return query.ready();
 }
 
-void execute(const char *self, sqlite3 *database, const std::string &sql)
-{
-    const int ret =
-        sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr);
-    if (ret != SQLITE_OK) {
-        QNLog(3, "%s sqlite3_exec failed. code : %d, msg(%s)", self, ret,
-              sqlite3_errmsg(database));
-    }
-}
-
-// The select list of a view of `table` over `source`. *complete: the table
-// itself would do.
+// The select list of a view of `table` over `source`, of which `present` are the
+// columns. *complete: the table itself would do.
 std::string selectList(const char *self, const TABLE &table,
                        const std::string &source,
                        const std::set<std::string> &present, bool *complete)
@@ -86,39 +105,53 @@ std::string selectList(const char *self, const TABLE &table,
     const bool renamed = source != table.name;
     *complete = !renamed;
     std::string list;
-    for (const std::string_view column : table.columns) {
+    for (const COLUMN &column : table.columns) {
+        const bool isPresent = present.contains(column.name);
+        if (!isPresent && column.otherwise == LEFT_OUT) {
+            continue;
+        }
         list += list.empty() ? "" : ", ";
-        if (!present.contains(std::string(column))) {
+        if (!isPresent) {
             QNLog(3, "%s column is missing. table : %s, column : %s", self,
-                  source.c_str(), column.data());
+                  source.c_str(), column.name);
             *complete = false;
-            list += "NULL AS ";
-        } else if (renamed && column == "Z_ENT") {
+            list += std::string(column.otherwise) + " AS ";
+        } else if (renamed && strcmp(column.name, "Z_ENT") == 0) {
             // The rows of old were of a sub-entity, numbered one higher.
             list += "Z_ENT+1 AS ";
         }
-        list += column;
+        list += column.name;
     }
     return list;
+}
+
+// A table that is not there at all: a view of the same columns and no rows, so
+// that what else there is can be joined to it.
+void showEmpty(const char *self, sqlite3 *database, const TABLE &table)
+{
+    QNLog(3, "%s table is missing. table : %s", self, table.name);
+    std::string list;
+    for (const COLUMN &column : table.columns) {
+        list += list.empty() ? "" : ", ";
+        list += std::string("NULL AS ") + column.name;
+    }
+    Execute(self, database, EmptyViewText(table.name, list).c_str());
 }
 
 void showAs(const char *self, sqlite3 *database, const TABLE &table,
             const std::string &source)
 {
-    if (!hasTable(self, database, source)) {
-        QNLog(3, "%s table is missing. table : %s", self, source.c_str());
-        return;
-    }
     const std::set<std::string> present = columnsOf(self, database, source);
     bool complete = false;
     const std::string list =
         selectList(self, table, source, present, &complete);
     if (!complete) {
-        execute(self, database, ViewText(table.name, list, source));
+        Execute(self, database, ViewText(table.name, list, source).c_str());
     }
 }
 
-// The recording's title: the columns that may hold it, best first.
+// The recording's title: the columns that may hold it, best first. Empty when
+// there is none.
 std::string titleOf(const std::set<std::string> &present)
 {
     std::string choices;
@@ -129,7 +162,7 @@ std::string titleOf(const std::set<std::string> &present)
             choices += ", ";
         }
     }
-    return "coalesce(" + choices + "NULL, NULL)";
+    return choices.empty() ? choices : "coalesce(" + choices + "NULL)";
 }
 
 } // namespace
@@ -144,17 +177,26 @@ void InstallPhotoViews(sqlite3 *database)
                          !hasTable(self, database, "ZGENERICASSET");
     for (const TABLE &table : photoTables()) {
         const bool isAsset = &table == &photoTables().front();
-        showAs(self, database, table,
-               renamed && isAsset ? "ZASSET" : table.name);
+        const char *source = renamed && isAsset ? "ZASSET" : table.name;
+        if (hasTable(self, database, source)) {
+            showAs(self, database, table, source);
+        } else if (strcmp(table.name, "ZMOMENT") == 0) {
+            showEmpty(self, database, table); // gives dates only
+        } else {
+            QNLog(3, "%s table is missing. table : %s", self, source);
+        }
     }
     if (renamed) {
-        execute(self, database, SQL_ENTITY_VIEW);
+        Execute(self, database, SQL_ENTITY_VIEW);
     }
 }
 
 bool InstallRecordingView(sqlite3 *database)
 {
     static const char *const self = "InstallRecordingView";
+    if (!isReadable(self, database)) {
+        return false;
+    }
     const std::set<std::string> present =
         columnsOf(self, database, "ZCLOUDRECORDING");
     for (const char *column : {"Z_PK", "ZPATH"}) {
@@ -164,9 +206,14 @@ bool InstallRecordingView(sqlite3 *database)
             return false;
         }
     }
-    execute(self, database,
-            RecordingViewText(titleOf(present),
-                              present.contains("ZDATE") ? "ZDATE" : "NULL",
-                              present.contains("ZEVICTIONDATE")));
-    return true;
+    const std::string title = titleOf(present);
+    if (title.empty()) {
+        QNLog(3, "%s column is missing. table : %s, column : %s", self,
+              "ZCLOUDRECORDING", "ZCUSTOMLABEL");
+        return false;
+    }
+    const std::string view =
+        RecordingViewText(title, present.contains("ZDATE") ? "ZDATE" : "NULL",
+                          present.contains("ZEVICTIONDATE"));
+    return Execute(self, database, view.c_str()) == SQLITE_OK;
 }

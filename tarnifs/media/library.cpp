@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "tarnifs/media/databases.h"
 #include "tarnifs/media/views.h"
 
 namespace
@@ -25,6 +26,9 @@ int listFolder(_CONTEXT *context, const char *path, void *buffer,
 {
     MEDIA_LISTING listing{
         context, path, GetObject(path), buffer, filler, FreeNames(path), {}};
+    if (!FetchLostDatabases(context)) {
+        NoteListing(listing.folder, false);
+    }
     unlinkChildren(listing.folder);
     const MEDIA_KIND *kind = MediaKindOf(path);
     if (kind != nullptr) {

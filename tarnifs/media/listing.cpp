@@ -16,11 +16,19 @@ void BusySignal::begin()
     on = true;
 }
 
+bool ConnectionWatch::isLost(int code)
+{
+    return code == LIBIUSB_ERROR_LOST_CONNECTION ||
+           code == LIBIUSB_ERROR_NO_DEVICE || code == LIBIUSB_ERROR_MUX ||
+           code == LIBIUSB_ERROR_DEVICE_LOCKED ||
+           code == LIBIUSB_ERROR_TRUST_PENDING ||
+           code == LIBIUSB_ERROR_NO_DAEMON ||
+           code <= LIBIUSB_ERROR_TRUST_DENIED;
+}
+
 void ConnectionWatch::note(int code)
 {
-    const bool isLost = code == LIBIUSB_ERROR_LOST_CONNECTION;
-    lostInRow = isLost ? lostInRow + 1 : 0;
-    lost = lost || isLost;
+    lostInRow = isLost(code) ? lostInRow + 1 : 0;
 }
 
 int AskDevice(MEDIA_LISTING *listing, const std::string &devicePath,
@@ -29,7 +37,7 @@ int AskDevice(MEDIA_LISTING *listing, const std::string &devicePath,
     const int ret = libiusb_afc_file_get_info(listing->context->afc_handle,
                                               devicePath.c_str(), info);
     listing->connection.note(ret);
-    if (ret == LIBIUSB_ERROR_LOST_CONNECTION) {
+    if (ConnectionWatch::isLost(ret)) {
         NoteListing(listing->folder, false);
     }
     if (ret == 0 && info->file_type == LIBIUSB_FILE_FOLDER) {
@@ -74,6 +82,16 @@ bool IsInside(const char *caller, const std::string &devicePath)
     }
     QNLog(3, "%s path leads out of the media folder. path(%s)", caller,
           devicePath.c_str());
+    return false;
+}
+
+bool HasUsableTexts(const MEDIA_LISTING &listing, const Statement &row)
+{
+    if (!row.isTooLong()) {
+        return true;
+    }
+    QNLog(3, "%s text is too long, row left out. path(%s)", "enumMedia",
+          listing.path);
     return false;
 }
 

@@ -28,19 +28,20 @@ class BusySignal
 };
 
 // Follows the results of device calls. One lost connection is made up for by the
-// next call; several in a row mean that the device is gone, and asking on would
-// cost a wait each time.
+// next call; several in a row mean that the device is gone, or back and still
+// locked, and asking on would cost a wait each time.
 class ConnectionWatch
 {
   public:
+    // Whether a code tells of the connection, not of the file asked about.
+    static bool isLost(int code);
+
     void note(int code);
     bool isGone() const { return lostInRow >= MOST_LOST; }
-    bool wasLost() const { return lost; }
 
   private:
     static constexpr int MOST_LOST = 3;
     int lostInRow = 0;
-    bool lost = false;
 };
 
 // One run of enumMedia.
@@ -76,6 +77,9 @@ int64_t CountOf(Statement *query);
 // system; one that does not is logged.
 bool IsInside(const char *caller, const std::string &devicePath);
 
+// Whether a row's texts can be names and paths; one too long is logged.
+bool HasUsableTexts(const MEDIA_LISTING &listing, const Statement &row);
+
 // Asks the device about several paths ahead.
 void AskAhead(const MEDIA_LISTING &listing,
               const std::vector<const std::string *> &paths);
@@ -99,7 +103,7 @@ int ForEachRow(MEDIA_LISTING *listing, Statement *query, Take take, Paths paths,
         rows.clear();
         while (rows.size() < ROWS_AHEAD && (more = query->next())) {
             ROW row;
-            if (take(*query, &row)) {
+            if (HasUsableTexts(*listing, *query) && take(*query, &row)) {
                 rows.push_back(std::move(row));
             }
         }

@@ -110,7 +110,7 @@ bool nameOf(const MEDIA_KIND &kind, const MEDIA_ROW &row, std::string *name)
         return false;
     }
     *name += extension;
-    return CanBeEntry(*name);
+    return CanBeEntry(SELF, *name);
 }
 
 // A file whose size the library has wrong is being replaced, or is not the
@@ -137,8 +137,11 @@ void makeEntry(MEDIA_LISTING *listing, const MEDIA_KIND &kind,
 {
     libiusb_afc_file_info info{};
     std::string name;
-    if (AskDevice(listing, row.devicePath, &info) != 0 ||
-        !isAsRecorded(row, info.size) || !nameOf(kind, row, &name)) {
+    const int ret = AskDevice(listing, row.devicePath, &info);
+    // The path of an item that is only in the cloud is a folder's.
+    const bool isFolder = ret == LIBIUSB_ERROR_AFC_OBJECT_IS_DIR;
+    if ((ret != 0 && !isFolder) || !isAsRecorded(row, info.size) || isFolder ||
+        !nameOf(kind, row, &name)) {
         return;
     }
     const std::string path = listing->names.path(

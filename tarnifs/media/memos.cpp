@@ -47,15 +47,23 @@ bool takeRow(const Statement &query, MEMO_ROW *row)
     return IsInside(SELF, row->devicePath);
 }
 
-// Whether another row was about the same recording. Two recordings of one name
-// can only come from labels and file names that run together.
-bool isListed(const MEDIA_LISTING &listing, const std::string &name,
-              const std::string &devicePath)
+// The entry that another row about the same recording made, or a new one. Two
+// recordings of one name can only come from labels and file names that run
+// together.
+_KTL_OBJECT *entryOf(MEDIA_LISTING *listing, const std::string &name,
+                     const std::string &devicePath)
 {
-    const _KTL_OBJECT *known =
-        FindObject(ChildPath(listing.path, name).c_str());
-    return known != nullptr && IsLinked(known) &&
-           known->device_path != nullptr && devicePath == known->device_path;
+    _KTL_OBJECT *known = FindObject(
+        ChildPath(listing->path,
+                  NumberedName(name, "", NUMBER_PLACE::BEFORE_EXTENSION))
+            .c_str());
+    if (known != nullptr && IsLinked(known) && known->device_path != nullptr &&
+        devicePath == known->device_path) {
+        return known;
+    }
+    const std::string path =
+        listing->names.path(name, NUMBER_PLACE::BEFORE_EXTENSION, devicePath);
+    return GetObjectWithFileName(path.c_str());
 }
 
 void makeEntry(MEDIA_LISTING *listing, const MEMO_ROW &row)
@@ -68,13 +76,10 @@ void makeEntry(MEDIA_LISTING *listing, const MEMO_ROW &row)
         return;
     }
     std::string name;
-    if (info.size == 0 || !CanonicalName(SELF, row.name, &name) ||
-        isListed(*listing, name, row.devicePath)) {
+    if (info.size == 0 || !CanonicalName(SELF, row.name, &name)) {
         return;
     }
-    const std::string path = listing->names.path(
-        name, NUMBER_PLACE::BEFORE_EXTENSION, row.devicePath);
-    _KTL_OBJECT *object = GetObjectWithFileName(path.c_str());
+    _KTL_OBJECT *object = entryOf(listing, name, row.devicePath);
     object->device_path =
         ReplaceString(object->device_path, row.devicePath.c_str());
     object->mode = KTL_MODE_FILE;

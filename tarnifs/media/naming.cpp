@@ -132,9 +132,13 @@ void DropBrokenTail(std::string *text)
     }
 }
 
-bool CanBeEntry(std::string_view name)
+bool CanBeEntry(const char *caller, const std::string &name)
 {
-    return !name.empty() && name != "." && name != "..";
+    if (!name.empty() && name != "." && name != "..") {
+        return true;
+    }
+    QNLog(3, "%s no name for an entry, left out : (%s)", caller, name.c_str());
+    return false;
 }
 
 bool LeadsOut(std::string_view path)

@@ -20,8 +20,9 @@ bool AlbumName(const char *caller, const std::string &title, std::string *out);
 // Takes an incomplete character off the end, which a cut in bytes may leave.
 void DropBrokenTail(std::string *text);
 
-// Whether a folder can have an entry of this name.
-bool CanBeEntry(std::string_view name);
+// Whether a folder can have an entry of this name; one that can't be is logged
+// in `caller`'s name.
+bool CanBeEntry(const char *caller, const std::string &name);
 
 // Whether a path has a component "..", which leads out of where it begins.
 bool LeadsOut(std::string_view path);

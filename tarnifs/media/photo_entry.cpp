@@ -94,7 +94,7 @@ int makeEntry(MEDIA_LISTING *listing, const PHOTO_ROW &row, bool isFilm,
               uint64_t deviceSize)
 {
     std::string name;
-    if (!CanonicalName(SELF, row.name, &name) || !CanBeEntry(name)) {
+    if (!CanonicalName(SELF, row.name, &name) || !CanBeEntry(SELF, name)) {
         return LEFT_OUT;
     }
     const std::string &devicePath = isFilm ? row.filmPath : row.devicePath;

@@ -75,7 +75,7 @@ void listAlbum(ROOT *root, const Statement &row)
         return;
     }
     if (row.integer(2) != ALBUM_PHOTO_STREAM &&
-        (!AlbumName(SELF, row.text(0), &name) || !CanBeEntry(name))) {
+        (!AlbumName(SELF, row.text(0), &name) || !CanBeEntry(SELF, name))) {
         return;
     }
     const std::string path =

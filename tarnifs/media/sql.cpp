@@ -251,6 +251,11 @@ std::string ViewText(const std::string &name, const std::string &columns,
            " FROM main." + table;
 }
 
+std::string EmptyViewText(const std::string &name, const std::string &columns)
+{
+    return "CREATE TEMP VIEW " + name + " AS SELECT " + columns + " WHERE 0";
+}
+
 std::string RecordingViewText(const std::string &title, const std::string &date,
                               bool knowsEvicted)
 {

@@ -114,6 +114,8 @@ std::string ColumnsQuery(const std::string &table);
 // A table under another name, with other columns.
 std::string ViewText(const std::string &name, const std::string &columns,
                      const std::string &table);
+// A table that is not there, without rows.
+std::string EmptyViewText(const std::string &name, const std::string &columns);
 // Entities, with the name that assets had.
 constexpr const char *SQL_ENTITY_VIEW =
     "CREATE TEMP VIEW Z_PRIMARYKEY AS SELECT Z_ENT, CASE Z_NAME WHEN 'Asset' "

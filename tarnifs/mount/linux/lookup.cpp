@@ -126,7 +126,9 @@ int AskForLookup(const std::string &path)
 // asks no device, and below a name that it does not hold nothing is looked for.
 int Learn(const std::string &folder, const std::string &name)
 {
-    if (name.starts_with('.')) {
+    // The folders of the media views list such names like any other.
+    const bool isView = IsWithin(folder, MEDIA_AREA) && folder != MEDIA_AREA;
+    if (name.starts_with('.') && !isView) {
         return AskForLookup(ChildPath(folder, name));
     }
     if (IsListed(folder)) {

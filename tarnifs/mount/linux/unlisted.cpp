@@ -156,7 +156,9 @@ int AskAboutAppeared(_CONTEXT *context, const std::string &path)
         return -ENOENT;
     }
     const int ret = GetInfo(context, path, &info);
-    if (ret == LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND) {
+    // Without a service to ask, the handler will not get one either, and says so.
+    if (ret == LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND ||
+        ret <= LIBIUSB_ERROR_NO_DAEMON) {
         return -ENOENT;
     }
     if (ret != LIBIUSB_SUCCESS) {
