@@ -12,6 +12,7 @@
 
 #include "tarnifs/media/databases.h"
 #include "tarnifs/media/download.h"
+#include "tarnifs/media/statement.h"
 #include "tarnifs/notify/tray_pipe.h"
 #include "tests/handlers/media_fixture.h"
 
@@ -208,6 +209,101 @@ TEST_F(Databases, SchemasThatDoThingsAreNotRun)
                     "INSERT INTO ZGENERICALBUM VALUES (1, 'Shown', 2, 1, 0);"));
     EXPECT_EQ(shownAfterMount("/Media/Photo"), (Names{"Camera Roll", "Shown"}));
     expectLogged("InstallPhotoViews table is missing. table : ZGENERICASSET");
+}
+
+// A database after some statements more.
+std::string Changed(const std::string &bytes, const std::string &sql)
+{
+    const std::string path = testing::TempDir() + "/changed.db";
+    std::ofstream(path, std::ios::binary) << bytes;
+    sqlite3 *database = nullptr;
+    EXPECT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr),
+              SQLITE_OK)
+        << sqlite3_errmsg(database);
+    sqlite3_close(database);
+    std::ifstream file(path, std::ios::binary);
+    std::string changed{std::istreambuf_iterator<char>(file), {}};
+    std::filesystem::remove(path);
+    return changed;
+}
+
+TEST_F(Databases, GenerationsNobodyHasSeenShowWhatTheyCan)
+{
+    addPhotos(IOS_17);
+    const Names roll = shownAfterMount("/Media/Photo/Camera Roll");
+    const std::pair<const char *, const char *> cases[] = {
+        {"DROP TABLE ZMOMENT", "table is missing. table : ZMOMENT"},
+        {"ALTER TABLE ZASSET RENAME COLUMN ZTRASHEDSTATE TO ZBINNED",
+         "column is missing. table : ZASSET, column : ZTRASHEDSTATE"},
+        {"ALTER TABLE ZADDITIONALASSETATTRIBUTES RENAME COLUMN "
+         "ZCAMERACAPTUREDEVICE TO ZCAMERA",
+         "column is missing. table : ZADDITIONALASSETATTRIBUTES, column : "
+         "ZCAMERACAPTUREDEVICE"},
+    };
+    for (const auto &[sql, line] : cases) {
+        SCOPED_TRACE(sql);
+        unmount();
+        freshDevice();
+        addPhotos(IOS_17);
+        media().addFile(PHOTOS, Changed(PhotoDatabase(IOS_17), sql));
+        const Names names = shownAfterMount("/Media/Photo/Camera Roll");
+        EXPECT_GE(names.size(), roll.size());
+        expectLogged(std::string("InstallPhotoViews ") + line);
+        expectNothingRaised();
+    }
+}
+
+TEST_F(Databases, QueriesHaveBounds)
+{
+    ASSERT_TRUE(mount());
+    sqlite3 *database = nullptr;
+    ASSERT_EQ(sqlite3_open(":memory:", &database), SQLITE_OK);
+    const std::string endless = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
+                                "SELECT i+1 FROM n) SELECT ";
+    const auto usual = longestQuery;
+    longestQuery = std::chrono::milliseconds(20);
+    {
+        Statement query("test", database, endless + "count(i) FROM n");
+        EXPECT_FALSE(query.next());
+        expectLogged("test sqlite3_step failed. code : 9, msg(interrupted)");
+    }
+    longestQuery = usual;
+    mostRows = 1000;
+    {
+        Statement query("test", database, endless + "i FROM n");
+        size_t rows = 0;
+        while (query.next()) {
+            ++rows;
+        }
+        EXPECT_EQ(rows, 1000U);
+        expectLogged("test query ended after 1000 rows.");
+    }
+    mostRows = 500000;
+    sqlite3_close(database);
+    // A name or path of 16 KiB is the longest that is looked at.
+    addSongs(
+        {{"A", "T", "a.mp3"}, {"A", std::string(20000, 'x').c_str(), "b.mp3"}});
+    EXPECT_EQ((list("/"), list("/Media"), shown("/Media/Music")),
+              Names{"A-T.mp3"});
+    expectLogged(
+        "enumMedia text is too long, row left out. path(/Media/Music)");
+}
+
+TEST_F(Databases, OneThatWasLostComesBack)
+{
+    addPhotos(IOS_17);
+    addSongs({{"A", "T", "a.mp3"}});
+    ASSERT_TRUE(mount());
+    list("/");
+    memoryWorld.failNamed("libiusb_afc_file_open", 2,
+                          LIBIUSB_ERROR_LOST_CONNECTION);
+    list("/Media");
+    EXPECT_EQ(context()->photo_db, nullptr);
+    EXPECT_EQ(shown("/Media/Music"), Names{"A-T.mp3"});
+    EXPECT_GT(shown("/Media/Photo").size(), 1U);
+    EXPECT_NE(context()->photo_db, nullptr);
+    expectNothingRaised();
 }
 
 TEST_F(Databases, ALostConnectionIsMadeUpForLater)
