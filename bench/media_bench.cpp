@@ -54,7 +54,7 @@ uint64_t BytesOfDatabases(const Device &device)
         for (const char *suffix : {"", "-shm", "-wal"}) {
             struct stat st {
             };
-            const std::string path = device.folder + "/device/Media/" + name;
+            const std::string path = device.sample.folder + "/Media/" + name;
             if (stat((path + suffix).c_str(), &st) == 0) {
                 bytes += static_cast<uint64_t>(st.st_size);
             }
@@ -145,7 +145,7 @@ void MemoryOf(const std::string &photos)
 } // namespace
 
 int main()
-{
+try {
     signal(SIGPIPE, SIG_IGN);
     printf("| what | link | time s | floor or N round trips s | share | "
            "requests |\n|---|---|---:|---:|---:|---|\n");
@@ -154,4 +154,7 @@ int main()
     }
     MemoryOf("50000");
     return 0;
+} catch (const std::exception &error) {
+    fprintf(stderr, "benchmark: %s\n", error.what());
+    return 1;
 }

@@ -86,19 +86,11 @@ void Measure(const bench::Volume &volume, const bench::Server &server,
     fflush(stdout);
 }
 
-// The sample device anew, with that many pictures of some size.
-void MakePictures(const Device &device, unsigned count, uint64_t bytes)
+// Makes the pictures of a sample device larger.
+void EnlargePictures(const Device &device, uint64_t bytes)
 {
-    const std::filesystem::path folder = device.folder + "/device";
-    std::filesystem::remove_all(folder);
-    if (!bench::Run({std::string(QUORVEL_BIN) + "/quorvel-simdevice", "make",
-                     folder.string(), "--location-id",
-                     std::to_string(device.location_id), "--photos",
-                     std::to_string(count)})) {
-        Fail("make");
-    }
-    for (const auto &picture :
-         std::filesystem::directory_iterator(folder / "Media/DCIM/100APPLE")) {
+    for (const auto &picture : std::filesystem::directory_iterator(
+             device.sample.folder + "/Media/DCIM/100APPLE")) {
         Fill(picture.path(), bytes);
     }
 }
@@ -106,8 +98,8 @@ void MakePictures(const Device &device, unsigned count, uint64_t bytes)
 void MediaMoves(const Link &link)
 {
     const unsigned follow = 3; // open, read, write
-    const Device device;
-    MakePictures(device, 1, LARGE);
+    const Device device({"--photos", std::to_string(1)});
+    EnlargePictures(device, LARGE);
     {
         const bench::Server server(device, link);
         const bench::Volume volume(device, server);
@@ -115,9 +107,10 @@ void MediaMoves(const Link &link)
                 {"256 MiB from media to storage", ROLL + "/IMG_0001.JPG",
                  "/Storage/large.bin", 1, LARGE, follow});
     }
-    MakePictures(device, MANY, SMALL);
-    const bench::Server server(device, link);
-    const bench::Volume volume(device, server);
+    const Device many({"--photos", std::to_string(MANY)});
+    EnlargePictures(many, SMALL);
+    const bench::Server server(many, link);
+    const bench::Volume volume(many, server);
     unsigned files = 0;
     uint64_t bytes = 0;
     for (const auto &entry :
@@ -133,8 +126,7 @@ void MediaMoves(const Link &link)
 void Moves(const Link &link)
 {
     const Device device;
-    const std::filesystem::path storage =
-        device.folder + "/device/Media/general_storage";
+    const std::filesystem::path storage = device.sample.Storage("");
     Fill(storage / "large.bin", LARGE);
     for (unsigned i = 0; i < MANY; ++i) {
         Fill(storage / "small" / std::to_string(i), SMALL);
@@ -164,7 +156,7 @@ void Moves(const Link &link)
 } // namespace
 
 int main()
-{
+try {
     signal(SIGPIPE, SIG_IGN);
     printf("| what | link | time s | floor s | floor/time | round trips a file "
            "| writes |\n|---|---|---:|---:|---:|---:|---:|\n");
@@ -173,4 +165,7 @@ int main()
         Moves(link);
     }
     return 0;
+} catch (const std::exception &error) {
+    fprintf(stderr, "benchmark: %s\n", error.what());
+    return 1;
 }

@@ -266,7 +266,7 @@ void RawRead(const Device &device, const Link &link, uint32_t piece)
 } // namespace
 
 int main()
-{
+try {
     signal(SIGPIPE, SIG_IGN);
     const Link slow{1000, 40};
     const Link fast{300, 400};
@@ -288,4 +288,7 @@ int main()
     SmallFiles(device, slow, 200);
     FirstOfApp(device, Link{20000, 40});
     return 0;
+} catch (const std::exception &error) {
+    fprintf(stderr, "benchmark: %s\n", error.what());
+    return 1;
 }

@@ -46,18 +46,6 @@ void takeResult(int result, const std::string &path, int *ret)
 
 } // namespace
 
-TempFolder::TempFolder()
-{
-    char name[] = "/tmp/quorvel-core-XXXXXX";
-    path = mkdtemp(name);
-}
-
-TempFolder::~TempFolder()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-}
-
 TrayReader::TrayReader(const std::string &path)
 {
     mkfifo(path.c_str(), 0600);

@@ -17,6 +17,7 @@
 #include "tarnifs/mount/operations.h"
 #include "tests/handlers/memory_device.h"
 #include "tests/handlers/test_host.h"
+#include "tests/support/temp_folder.h"
 
 // A field of a packed record by value: the test library takes references, which
 // a field in the middle of such a record has not got.
@@ -25,17 +26,6 @@ T Value(T value)
 {
     return value;
 }
-
-// A folder of the test's own, gone with it.
-class TempFolder
-{
-  public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder &) = delete;
-    TempFolder &operator=(const TempFolder &) = delete;
-    std::string path;
-};
 
 // Reads a FIFO from its making on.
 class TrayReader

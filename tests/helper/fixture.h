@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/mounted/child.h"
-#include "tests/mounted/simulator.h"
+#include "tests/support/child.h"
+#include "tests/support/simulator.h"
 
 // A folder, a home and a state folder of the test's own. In the end nothing may
 // be mounted below it.

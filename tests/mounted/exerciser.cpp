@@ -11,7 +11,10 @@
 #include <cstring>
 #include <random>
 #include <set>
+#include <sstream>
 #include <vector>
+
+#include "tests/support/child.h"
 
 namespace
 {
@@ -35,9 +38,7 @@ Result Of(long value)
 }
 
 // One open file, on both sides.
-struct Pair {
-    std::array<int, 2> fd;
-};
+using Pair = std::array<int, 2>;
 
 class Exerciser
 {
@@ -127,6 +128,14 @@ class Exerciser
         return roots[side] + path;
     }
 
+    // A call with a path.
+    template <typename Call>
+    bool On(const char *what, const std::string &path, Call call)
+    {
+        return Both(what + path,
+                    [&](size_t side) { return call(At(side, path).c_str()); });
+    }
+
     void Open()
     {
         static const std::array<int, 6> modes = {
@@ -140,9 +149,8 @@ class Exerciser
         const int flags = modes[Below(modes.size())];
         Pair pair{};
         const bool opened = Both("open " + path, [&](size_t side) {
-            pair.fd[side] =
-                open(At(side, path).c_str(), flags | O_CLOEXEC, 0666);
-            return Of(std::min(pair.fd[side], 0));
+            pair[side] = open(At(side, path).c_str(), flags | O_CLOEXEC, 0666);
+            return Of(std::min(pair[side], 0));
         });
         if (opened) {
             open_files.push_back(pair);
@@ -155,7 +163,7 @@ class Exerciser
         const Pair pair = open_files[which];
         open_files.erase(open_files.begin() +
                          static_cast<std::ptrdiff_t>(which));
-        Both("close", [&](size_t side) { return Of(close(pair.fd[side])); });
+        Both("close", [&](size_t side) { return Of(close(pair[side])); });
     }
 
     void Write(const Pair &pair)
@@ -164,9 +172,9 @@ class Exerciser
         const off_t offset = static_cast<off_t>(Below(LARGEST_FILE));
         Both("write", [&](size_t side) {
             // At the end of a file opened for appending, else at the offset.
-            const bool append = (fcntl(pair.fd[side], F_GETFL) & O_APPEND) != 0;
-            return Of(append ? write(pair.fd[side], bytes.data(), bytes.size())
-                             : pwrite(pair.fd[side], bytes.data(), bytes.size(),
+            const bool append = (fcntl(pair[side], F_GETFL) & O_APPEND) != 0;
+            return Of(append ? write(pair[side], bytes.data(), bytes.size())
+                             : pwrite(pair[side], bytes.data(), bytes.size(),
                                       offset));
         });
     }
@@ -178,26 +186,9 @@ class Exerciser
         Both("read", [&](size_t side) {
             std::string bytes(size, '\0');
             const Result result =
-                Of(pread(pair.fd[side], bytes.data(), size, offset));
+                Of(pread(pair[side], bytes.data(), size, offset));
             bytes.resize(static_cast<size_t>(std::max(result.value, long{0})));
             return Result{result.value, bytes};
-        });
-    }
-
-    void Cut(const Pair &pair)
-    {
-        const off_t size = static_cast<off_t>(Below(LARGEST_FILE));
-        Both("ftruncate",
-             [&](size_t side) { return Of(ftruncate(pair.fd[side], size)); });
-    }
-
-    void Size(const Pair &pair)
-    {
-        Both("fstat", [&](size_t side) {
-            struct stat st {
-            };
-            const Result result = Of(fstat(pair.fd[side], &st));
-            return result.value < 0 ? result : Of(st.st_size);
         });
     }
 
@@ -208,11 +199,20 @@ class Exerciser
             return;
         }
         const Pair pair = open_files[Below(open_files.size())];
+        const off_t size = static_cast<off_t>(Below(LARGEST_FILE));
         switch (Below(8)) {
         case 0:
-            return Cut(pair);
+            Both("ftruncate",
+                 [&](size_t side) { return Of(ftruncate(pair[side], size)); });
+            return;
         case 1:
-            return Size(pair);
+            Both("fstat", [&](size_t side) {
+                struct stat st {
+                };
+                const Result result = Of(fstat(pair[side], &st));
+                return result.value < 0 ? result : Of(st.st_size);
+            });
+            return;
         case 2:
         case 3:
         case 4:
@@ -265,42 +265,33 @@ class Exerciser
     void OnPath()
     {
         const std::string path = AnyPath();
+        const off_t size = static_cast<off_t>(Below(LARGEST_FILE));
         switch (Below(7)) {
         case 0:
-            Both("mkdir " + path, [&](size_t side) {
-                return Of(mkdir(At(side, path).c_str(), 0777));
-            });
+            On("mkdir ", path,
+               [](const char *p) { return Of(mkdir(p, 0777)); });
             return;
         case 1:
-            Both("rmdir " + path, [&](size_t side) {
-                return Of(rmdir(At(side, path).c_str()));
-            });
+            On("rmdir ", path, [](const char *p) { return Of(rmdir(p)); });
             return;
         case 2:
-            Both("unlink " + path, [&](size_t side) {
-                // Removing a folder so is EISDIR here and EPERM elsewhere.
-                const Result result = Of(unlink(At(side, path).c_str()));
-                return Result{result.value == -EPERM ? -EISDIR : result.value,
-                              {}};
+            // Removing a folder so is EISDIR here and EPERM elsewhere.
+            On("unlink ", path, [](const char *p) {
+                const long value = Of(unlink(p)).value;
+                return Result{value == -EPERM ? -EISDIR : value, {}};
             });
             return;
-        case 3: {
-            const off_t size = static_cast<off_t>(Below(LARGEST_FILE));
-            Both("truncate " + path, [&](size_t side) {
-                return Of(truncate(At(side, path).c_str(), size));
-            });
+        case 3:
+            On("truncate ", path,
+               [&](const char *p) { return Of(truncate(p, size)); });
             return;
-        }
         case 4:
-            Both("list " + path,
-                 [&](size_t side) { return Names(At(side, path)); });
+            On("list ", path, Names);
             return;
         case 5:
             return Rename();
         default:
-            Both("stat " + path,
-                 [&](size_t side) { return Look(At(side, path)); });
-            return;
+            On("stat ", path, Look);
         }
     }
 
@@ -318,37 +309,21 @@ class Exerciser
 
     static Result Contents(const std::string &path)
     {
-        const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0) {
-            return Of(-1);
-        }
-        Result result;
-        std::array<char, 65536> piece;
-        ssize_t got = 0;
-        while ((got = read(fd, piece.data(), piece.size())) > 0) {
-            result.data.append(piece.data(), static_cast<size_t>(got));
-        }
-        result.value = got < 0 ? -errno : 0;
-        close(fd);
-        return result;
+        const Outcome read = ReadFile(path);
+        return {-read.error, read.data};
     }
 
     void CompareTree(const std::string &path)
     {
-        Both("list " + path,
-             [&](size_t side) { return Names(At(side, path)); });
-        const std::string names = Names(At(1, path)).data;
-        for (size_t at = 0; at < names.size() && difference.empty();) {
-            const size_t end = names.find('\n', at);
-            const std::string child = path + "/" + names.substr(at, end - at);
-            at = end + 1;
-            Both("stat " + child,
-                 [&](size_t side) { return Look(At(side, child)); });
-            if (Look(At(1, child)).data == "folder") {
+        On("list ", path, Names);
+        std::istringstream names(Names(At(1, path)).data);
+        for (std::string name; std::getline(names, name);) {
+            const std::string child = path + "/" + name;
+            if (On("stat ", child, Look) &&
+                Look(At(1, child)).data == "folder") {
                 CompareTree(child);
             } else {
-                Both("contents of " + child,
-                     [&](size_t side) { return Contents(At(side, child)); });
+                On("contents of ", child, Contents);
             }
         }
     }

@@ -1,34 +1,22 @@
 #include "tests/mounted/fixture.h"
 
-#include <stdlib.h>
-
-#include <filesystem>
-
-MountedTest::MountedTest()
-{
-    work = (std::filesystem::temp_directory_path() / "quorvel-mnt.XXXXXX")
-               .string();
-    if (mkdtemp(work.data()) == nullptr) {
-        ADD_FAILURE() << "no temporary folder";
-    }
-}
+#include <sys/statvfs.h>
 
 MountedTest::~MountedTest()
 {
     volume.reset();
-    if (simulator != nullptr) {
+    if (simulator == nullptr) {
+        return;
+    }
+    try {
         EXPECT_TRUE(Eventually(
             [this] { return simulator->Number("device_connections") == 0; }, 5))
             << simulator->Control("stats");
         EXPECT_EQ(simulator->Number("open_files"), 0);
         EXPECT_EQ(simulator->Number("house_arrest_connections"), 0);
-        simulator.reset();
-    }
-    // A mount that is left would lose its files here.
-    std::error_code error;
-    if (Slurp("/proc/self/mountinfo").find(" " + work + "/") ==
-        std::string::npos) {
-        std::filesystem::remove_all(work, error);
+        EXPECT_EQ(simulator->End(), 0);
+    } catch (const std::exception &error) {
+        ADD_FAILURE() << error.what();
     }
 }
 
@@ -63,4 +51,23 @@ void MountedTest::Start()
 std::string MountedTest::Storage(const std::string &path) const
 {
     return volume->Path("Storage/" + path);
+}
+
+double MountedTest::Free() const
+{
+    const Outcome outcome = Access([&](std::string *data) {
+        struct statvfs st {
+        };
+        *data = statvfs(volume->Path("Storage").c_str(), &st) == 0
+                    ? std::to_string(st.f_bavail * st.f_frsize)
+                    : "-1";
+        return 0;
+    });
+    return std::stod(outcome.data);
+}
+
+void MountedTest::ExpectNothingOpen() const
+{
+    EXPECT_TRUE(
+        Eventually([this] { return simulator->Number("open_files") == 0; }, 5));
 }

@@ -6,15 +6,15 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/mounted/child.h"
-#include "tests/mounted/simulator.h"
 #include "tests/mounted/volume.h"
+#include "tests/support/child.h"
+#include "tests/support/simulator.h"
 
 // A folder of the test's own; nothing is made in it.
 class MountedTest : public ::testing::Test
 {
   protected:
-    MountedTest();
+    MountedTest() = default;
     // Unmounts, checks that the device is left with nothing open, and removes
     // the folder.
     ~MountedTest() override;
@@ -30,8 +30,16 @@ class MountedTest : public ::testing::Test
 
     // On the volume, below "/Storage".
     std::string Storage(const std::string &path) const;
+    // The volume's free bytes.
+    double Free() const;
+    // The kernel tells of a close a little later.
+    void ExpectNothingOpen() const;
 
-    std::string work;
+  private:
+    TempFolder own_folder;
+
+  protected:
+    const std::string work = own_folder.path;
     std::unique_ptr<SampleDevice> device;
     std::unique_ptr<Simulator> simulator;
     std::unique_ptr<Volume> volume;

@@ -4,15 +4,12 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -21,6 +18,7 @@
 #include "tarnifs/mount/linux/hidden.h"
 #include "tarnifs/mount/linux/places.h"
 #include "tarnifs/mount/linux/results.h"
+#include "tests/support/child.h"
 #include "util/log.h"
 
 namespace
@@ -33,59 +31,51 @@ class HostTest : public ::testing::Test
   protected:
     HostTest()
     {
-        work = (fs::temp_directory_path() / "quorvel-host.XXXXXX").string();
-        if (mkdtemp(work.data()) == nullptr) {
-            ADD_FAILURE() << "no temporary folder";
-        }
-        folder = work + "/private";
         QNLogUseFolder(work.c_str());
         QNLogInit();
     }
-    ~HostTest() override
-    {
-        QNLogUseFolder(nullptr);
-        fs::remove_all(work);
-    }
+    ~HostTest() override { QNLogUseFolder(nullptr); }
     HostTest(const HostTest &) = delete;
     HostTest &operator=(const HostTest &) = delete;
 
-    void Spill(const std::string &path, const std::string &text)
+    // The dialog program for the rest of this test.
+    void UseProgram(const std::string &text)
     {
-        std::ofstream(path) << text;
-        chmod(path.c_str(), 0755);
+        Spill(work + "/dialog", "#!/bin/sh\ncd '" + work + "'\n" + text);
+        chmod((work + "/dialog").c_str(), 0755);
+        setenv("QUORVEL_DIALOG", (work + "/dialog").c_str(), 1);
     }
 
-    std::string Slurp(const std::string &path)
-    {
-        std::ifstream file(path);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-    mode_t ModeOf(const std::string &path)
-    {
-        struct stat st {
-        };
-        return lstat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
-    }
-
-    std::string work;
-    std::string folder;
+    TempFolder own;
+    const std::string work = own.path;
+    const std::string folder = work + "/private";
 };
 
 TEST_F(HostTest, PrivateFolderIsTheOwnersAlone)
 {
+    const auto mode = [this] {
+        return fs::status(folder).permissions();
+    };
     ASSERT_TRUE(hostMakePrivateFolder(folder.c_str()));
-    EXPECT_EQ(ModeOf(folder), 0700U);
+    EXPECT_EQ(mode(), fs::perms(0700));
     Spill(folder + "/left", "by an earlier run");
     EXPECT_TRUE(hostMakePrivateFolder(folder.c_str()));
     EXPECT_TRUE(fs::exists(folder + "/left"));
-
     // Others could write into it: what is in it can't be trusted.
-    chmod(folder.c_str(), 0777);
+    fs::permissions(folder, fs::perms(0777));
     fs::create_symlink("/etc/passwd", folder + "/link");
     EXPECT_TRUE(hostMakePrivateFolder(folder.c_str()));
-    EXPECT_EQ(ModeOf(folder), 0700U);
+    EXPECT_EQ(mode(), fs::perms(0700));
     EXPECT_TRUE(fs::is_empty(folder));
+    // Its removal follows no link.
+    fs::create_directories(work + "/elsewhere/deep");
+    Spill(work + "/elsewhere/deep/kept", "kept");
+    fs::create_directories(folder + "/a/b/c");
+    Spill(folder + "/a/b/c/file", "x");
+    fs::create_symlink(work + "/elsewhere", folder + "/a/link");
+    hostRemoveFolder(folder.c_str());
+    EXPECT_FALSE(fs::exists(folder));
+    EXPECT_EQ(Slurp(work + "/elsewhere/deep/kept"), "kept");
 }
 
 TEST_F(HostTest, PrivateFolderIsNeverALinkOrAFile)
@@ -101,50 +91,14 @@ TEST_F(HostTest, PrivateFolderIsNeverALinkOrAFile)
     hostRemoveFolder(folder.c_str());
     EXPECT_EQ(Slurp(folder), "file");
     EXPECT_FALSE(hostMakePrivateFolder((work + "/no/where").c_str()));
-    std::string log;
-    for (const auto &entry : fs::directory_iterator(work)) {
-        if (entry.path().extension() == ".log") {
-            log = Slurp(entry.path());
-        }
-    }
+    const std::string log =
+        RunProgram({"sh", "-c", "cat '" + work + "'/*.log"}).out;
     EXPECT_NE(log.find("refused. path(" + folder + ") : it is a link"),
               std::string::npos)
         << log;
 }
 
-TEST_F(HostTest, RemovalFollowsNoLink)
-{
-    fs::create_directories(work + "/elsewhere/deep");
-    Spill(work + "/elsewhere/deep/kept", "kept");
-    ASSERT_TRUE(hostMakePrivateFolder(folder.c_str()));
-    fs::create_directories(folder + "/a/b/c");
-    Spill(folder + "/a/b/c/file", "x");
-    fs::create_symlink(work + "/elsewhere", folder + "/a/link");
-    hostRemoveFolder(folder.c_str());
-    EXPECT_FALSE(fs::exists(folder));
-    EXPECT_EQ(Slurp(work + "/elsewhere/deep/kept"), "kept");
-}
-
-class DialogTest : public HostTest
-{
-  protected:
-    // The dialog program for the rest of this test.
-    void UseProgram(const std::string &text)
-    {
-        Spill(work + "/dialog", "#!/bin/sh\n" + text);
-        setenv("QUORVEL_DIALOG", (work + "/dialog").c_str(), 1);
-    }
-};
-
-TEST_F(DialogTest, TextGoesOverAsItIs)
-{
-    UseProgram("printf '%s|' \"$@\" > '" + work + "/said'\n");
-    const std::string text = "`id` $(id) \"quotes' 100%s %n\n<b>&\\t";
-    hostShowDialog("Title!!", text.c_str(), "Confirm");
-    EXPECT_EQ(Slurp(work + "/said"), "Title!!|" + text + "|Confirm|");
-}
-
-TEST_F(DialogTest, ProgramStartsWithACleanState)
+TEST_F(HostTest, DialogProgramsStartCleanWithTheTextAsItIs)
 {
     const int extra = open("/dev/null", O_RDONLY); // not close-on-exec
     const mode_t mask = umask(0);
@@ -153,57 +107,47 @@ TEST_F(DialogTest, ProgramStartsWithACleanState)
     sigemptyset(&usr1);
     sigaddset(&usr1, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
-    UseProgram("cd '" + work +
-               "'\numask > mask\n"
+    UseProgram("printf '%s|' \"$@\" > said\numask > mask\n"
                "grep -E 'SigBlk|SigIgn' /proc/self/status > signals\n"
                "ls /proc/$$/fd > fds\n");
-    hostShowDialog("t", "x", "b");
+    const std::string text = "`id` $(id) \"quotes' 100%s %n\n<b>&\\t";
+    hostShowDialog("Title!!", text.c_str(), "Confirm");
     pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
     signal(SIGPIPE, SIG_DFL);
     umask(mask);
+    EXPECT_EQ(Slurp(work + "/said"), "Title!!|" + text + "|Confirm|");
     EXPECT_EQ(Slurp(work + "/mask"), "0022\n");
     EXPECT_EQ(Slurp(work + "/signals"),
               "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
     EXPECT_EQ(Slurp(work + "/fds").find(std::to_string(extra) + "\n"),
               std::string::npos);
     close(extra);
+    // One that is missing or fails hurts nobody.
+    UseProgram("exit 3\n");
+    hostShowDialog("t", "x", "b");
+    setenv("QUORVEL_DIALOG", (work + "/no such program").c_str(), 1);
+    hostShowDialog("t", "x", "b");
 }
 
 // Ends for good what is shown, so it has a process of its own.
-TEST_F(DialogTest, EndingADialogEndsItsProgramAlone)
+TEST_F(HostTest, EndingADialogEndsItsProgramAlone)
 {
-    const pid_t pid = fork();
-    if (pid == 0) {
-        UseProgram("trap '' TERM\ntouch '" + work +
-                   "/up'\n"
-                   "while :; do sleep 0.1; done\n");
-        std::thread ending([this] {
-            while (!fs::exists(work + "/up")) {
-                usleep(10000);
-            }
-            hostEndDialog();
-        });
-        const auto begin = std::chrono::steady_clock::now();
-        hostShowDialog("t", "x", "b");
-        ending.join();
-        fs::remove(work + "/up");
-        hostShowDialog("t", "never shown", "b");
-        const bool good =
-            !fs::exists(work + "/up") &&
-            std::chrono::steady_clock::now() - begin < std::chrono::seconds(10);
-        _exit(good ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(pid, &status, 0);
-    EXPECT_EQ(status, 0);
-}
-
-TEST_F(DialogTest, ProgramThatIsMissingHurtsNobody)
-{
-    setenv("QUORVEL_DIALOG", (work + "/no such program").c_str(), 1);
-    hostShowDialog("t", "x", "b");
-    UseProgram("exit 3\n");
-    hostShowDialog("t", "x", "b");
+    const Outcome outcome = Access(
+        [this](std::string *) {
+            const std::string up = work + "/up";
+            UseProgram("trap '' TERM\ntouch up\nwhile :; do sleep 0.1; done\n");
+            std::thread ending([&] {
+                Eventually([&] { return fs::exists(up); });
+                hostEndDialog();
+            });
+            hostShowDialog("t", "x", "b");
+            ending.join();
+            fs::remove(up);
+            hostShowDialog("t", "never shown", "b");
+            return fs::exists(up) ? EEXIST : 0;
+        },
+        10);
+    EXPECT_EQ(outcome.error, 0);
 }
 
 TEST(ResultsTest, DeviceCodesStopHere)

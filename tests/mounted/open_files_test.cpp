@@ -46,12 +46,6 @@ class OpenFilesTest : public MountedTest
     {
         return rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
     }
-
-    void ExpectNothingOpen()
-    {
-        EXPECT_TRUE(Eventually(
-            [this] { return simulator->Number("open_files") == 0; }, 5));
-    }
 };
 
 TEST_F(OpenFilesTest, RenamedWithItsFolders)

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <ctime>
+#include <csignal>
 
 #include "tests/mounted/fixture.h"
 
@@ -14,35 +14,24 @@ namespace
 class StartupTest : public MountedTest
 {
   protected:
-    // Sends a control line a little later, from another process.
-    std::unique_ptr<Process> Later(double seconds, const Words &line)
-    {
-        std::string command = "sleep " + std::to_string(seconds) + "; '" +
-                              Program("quorvel-simdevice") + "' ctl '" + work +
-                              "/control'";
-        for (const std::string &word : line) {
-            command += " " + word;
-        }
-        return std::make_unique<Process>(Words{"sh", "-c", command},
-                                         Environment(), work + "/later.log");
-    }
-
-    void ExpectWorks()
-    {
-        const Outcome list = List(volume->Path("Storage"));
-        EXPECT_EQ(list.error, 0);
-        EXPECT_NE(list.data, "");
-    }
+    void ExpectWorks() { EXPECT_NE(List(volume->Path("Storage")).data, ""); }
 };
 
-TEST_F(StartupTest, DeviceThatComesLateIsFound)
+TEST_F(StartupTest, DeviceThatComesLateAndHasToTrust)
 {
-    MakeDevice();
+    MakeDevice({"--trust", "pending:2"});
     Serve({"--unplugged"});
-    const auto plug = Later(0.5, {"plug"});
+    const Process plug({"sh", "-c",
+                        "sleep 0.5; '" + Program("quorvel-simdevice") +
+                            "' ctl '" + work + "/control' plug"},
+                       {}, work + "/later.log");
     Mount();
+    volume->ExpectTrouble();
     ExpectWorks();
     EXPECT_GE(volume->CountInLog("device_init no devices."), 2U);
+    EXPECT_GE(volume->CountInLog(
+                  "device_init libiusb fail cause trust dialog. retry(0/10)"),
+              1U);
 }
 
 TEST_F(StartupTest, DeviceThatNeverComes)
@@ -52,40 +41,22 @@ TEST_F(StartupTest, DeviceThatNeverComes)
     Mount();
     volume->ExpectTrouble();
     EXPECT_EQ(volume->CountInLog("device_init no devices."), 11U);
-    EXPECT_EQ(Stat(volume->Path()).error, ENOSYS);
-    EXPECT_EQ(List(volume->Path()).error, ENOSYS);
-    EXPECT_EQ(Stat(volume->Path("Storage")).error, ENOSYS);
-    EXPECT_EQ(ReadFile(volume->Path("Storage/f")).error, ENOSYS);
-    // Nothing of it is remembered for good, as the kernel would ENOSYS of these.
     const std::string root = volume->Path();
+    // Nothing of it is remembered for good, as the kernel would ENOSYS of these.
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(Access([&](std::string *) {
-                      return access(root.c_str(), R_OK) == 0 ? 0 : errno;
-                  }).error,
-                  EIO);
-        EXPECT_EQ(Access([&](std::string *) {
+        EXPECT_EQ(Stat(root).error, ENOSYS);
+        EXPECT_EQ(List(root).error, ENOSYS);
+        EXPECT_EQ(ReadFile(volume->Path("Storage/f")).error, ENOSYS);
+        EXPECT_EQ(Try([&] { return access(root.c_str(), R_OK); }).error, EIO);
+        EXPECT_EQ(Try([&] {
                       char value[8];
-                      return getxattr(root.c_str(), "user.a", value, 8) >= 0
-                                 ? 0
-                                 : errno;
+                      return getxattr(root.c_str(), "user.a", value, 8) < 0 ? -1
+                                                                            : 0;
                   }).error,
                   EIO);
     }
-    EXPECT_EQ(RunProgram({"df", volume->Path()}).status, 1);
-    EXPECT_EQ(List(volume->Path()).error, ENOSYS);
+    EXPECT_EQ(RunProgram({"df", root}).status, 1);
     EXPECT_TRUE(volume->Dialogs().empty());
-}
-
-TEST_F(StartupTest, TrustPromptIsWaitedFor)
-{
-    MakeDevice({"--trust", "pending:2"});
-    Serve();
-    Mount();
-    volume->ExpectTrouble();
-    ExpectWorks();
-    EXPECT_GE(volume->CountInLog(
-                  "device_init libiusb fail cause trust dialog. retry(0/10)"),
-              1U);
 }
 
 TEST_F(StartupTest, RefusedTrustIsNamedInTheLog)
@@ -102,17 +73,16 @@ TEST_F(StartupTest, RefusedTrustIsNamedInTheLog)
 TEST_F(StartupTest, LocationDecidesWhateverTheOrder)
 {
     const SampleDevice one(work);
-    const SampleDevice two(work, {"--udid", "00008030-00AAAABBBBCCCCDD"});
+    // Above the signed range.
+    const SampleDevice two(work, {"--udid", "00008030-00AAAABBBBCCCCDD"},
+                           3000000000U + static_cast<uint32_t>(getpid()));
     const SampleDevice locked(
         work, {"--trust", "locked", "--udid", "00008030-00AAAABBBBCCCCEE"});
     one.Put("which", "one");
     two.Put("which", "two");
-    for (const bool turned : {false, true}) {
-        std::vector<std::string> folders = {locked.folder, one.folder,
-                                            two.folder};
-        if (turned) {
-            std::swap(folders[1], folders[2]);
-        }
+    for (const auto &folders :
+         {std::vector{locked.folder, one.folder, two.folder},
+          std::vector{two.folder, one.folder, locked.folder}}) {
         simulator = std::make_unique<Simulator>(work, folders);
         {
             const Volume first(work, simulator->socket, one.location);
@@ -122,15 +92,6 @@ TEST_F(StartupTest, LocationDecidesWhateverTheOrder)
         }
         simulator.reset();
     }
-}
-
-TEST_F(StartupTest, LocationAboveTheSignedRange)
-{
-    device = std::make_unique<SampleDevice>(
-        work, Words(), 3000000000U + static_cast<uint32_t>(getpid()));
-    Serve();
-    Mount();
-    ExpectWorks();
 }
 
 TEST_F(StartupTest, DeviceThatEncryptsEverything)
@@ -145,7 +106,7 @@ TEST_F(StartupTest, DeviceThatEncryptsEverything)
     EXPECT_TRUE(device->Get("f") == data + "!");
 }
 
-TEST_F(StartupTest, SignalsEndItCleanlyOrNotAtAll)
+TEST_F(StartupTest, SignalsAndTheBackground)
 {
     Start();
     volume->Server().Signal(SIGUSR1); // the dialog thread's own
@@ -155,18 +116,12 @@ TEST_F(StartupTest, SignalsEndItCleanlyOrNotAtAll)
     volume->Server().Signal(SIGTERM);
     EXPECT_EQ(volume->Server().Wait(10), 0);
     volume->Unmount(); // finds it unmounted, and nothing left
-}
-
-TEST_F(StartupTest, WithoutDashFItGoesToTheBackground)
-{
-    MakeDevice();
-    Serve();
+    volume.reset();
     Volume::Options options;
-    options.background = true;
+    options.background = true; // without -f
     Mount(options);
     EXPECT_EQ(volume->Server().Wait(10), 0);
     ExpectWorks();
-    volume->Unmount();
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 
 #include "tests/mounted/fixture.h"
 
@@ -11,6 +12,8 @@ namespace
 {
 
 constexpr double SOON = 2; // seconds
+
+const std::string LISTING = "Lost USB Connection.\nDirectory reading aborted.";
 
 class UnplugTest : public MountedTest
 {
@@ -29,83 +32,80 @@ class UnplugTest : public MountedTest
         ASSERT_EQ(List(Storage("seen")).error, 0);
     }
 
-    void ExpectLost(const Outcome &outcome, const std::string &text)
+    static void ExpectFailedWithin(const Outcome &outcome, double seconds)
     {
         EXPECT_TRUE(outcome.error == ECANCELED || outcome.error == EIO)
             << outcome.error;
-        EXPECT_LT(outcome.seconds, SOON);
-        EXPECT_TRUE(volume->WaitForDialog(text));
-    }
-
-    // What is known still shows; what needs the device fails at once.
-    void ExpectLaterCallsEndAtOnce()
-    {
-        EXPECT_EQ(List(volume->Path()).data, "Apps\nMedia\nStorage\n");
-        EXPECT_EQ(List(Storage("seen")).data, "file\n");
-        for (const Outcome &outcome :
-             {ReadFile(Storage("seen/file")), List(Storage("many")),
-              Stat(Storage("many/file1")), Stat(Storage("seen/.dots")),
-              WriteFile(Storage("seen/file"), O_WRONLY | O_TRUNC, "new")}) {
-            EXPECT_TRUE(outcome.error == ECANCELED || outcome.error == EIO)
-                << outcome.error;
-            EXPECT_LT(outcome.seconds, 1);
-        }
+        EXPECT_LT(outcome.seconds, seconds);
     }
 };
 
-TEST_F(UnplugTest, DuringListing)
+struct Work {
+    const char *name;
+    const char *unplug;
+    std::function<Outcome(const std::string &storage)> work;
+    std::string text;
+};
+
+void PrintTo(const Work &work, std::ostream *out)
 {
-    simulator->Control("unplug after=500");
-    ExpectLost(List(Storage("many")),
-               "Lost USB Connection.\nDirectory reading aborted.");
-    ExpectLaterCallsEndAtOnce();
+    *out << work.name;
 }
 
-TEST_F(UnplugTest, DuringLookup)
+class DuringTest : public UnplugTest, public ::testing::WithParamInterface<Work>
 {
-    simulator->Control("unplug after=500");
-    ExpectLost(ReadFile(Storage("many/file1999")),
-               "Lost USB Connection.\nDirectory reading aborted.");
+};
+
+TEST_P(DuringTest, EndsSoon)
+{
+    simulator->Control(GetParam().unplug);
+    ExpectFailedWithin(GetParam().work(Storage("")), SOON);
+    EXPECT_TRUE(volume->WaitForDialog(GetParam().text));
+    // What is known still shows; what needs the device fails at once.
+    EXPECT_EQ(List(volume->Path()).data, "Apps\nMedia\nStorage\n");
+    EXPECT_EQ(List(Storage("seen")).data, "file\n");
+    for (const Outcome &outcome :
+         {ReadFile(Storage("seen/file")), List(Storage("many")),
+          Stat(Storage("many/file1")), Stat(Storage("seen/.dots")),
+          WriteFile(Storage("seen/file"), O_WRONLY | O_TRUNC, "new")}) {
+        ExpectFailedWithin(outcome, 1);
+    }
+    EXPECT_TRUE(volume->WaitForDialog(
+        "Lost USB connection.\nOpening file(file) aborted."));
     // Many questions in a row are one failure to the user.
-    EXPECT_TRUE(Eventually([this] { return !volume->Dialogs().empty(); }, 5));
+    usleep(300000);
     const size_t dialogs = volume->Dialogs().size();
     for (int i = 0; i < 20; ++i) {
         EXPECT_NE(Stat(Storage("many/other" + std::to_string(i))).error, 0);
     }
     usleep(300000);
     EXPECT_LE(volume->Dialogs().size(), dialogs + 2);
-}
-
-TEST_F(UnplugTest, DuringRead)
-{
-    simulator->Control("unplug after-bytes=8000000");
-    ExpectLost(ReadFile(Storage("big")),
-               "Lost USB connection.\nReading aborted.");
-    ExpectLaterCallsEndAtOnce();
-    EXPECT_TRUE(volume->WaitForDialog(
-        "Lost USB connection.\nOpening file(file) aborted."));
-}
-
-TEST_F(UnplugTest, DuringWrite)
-{
-    simulator->Control("unplug after-bytes=8000000");
-    ExpectLost(WriteFile(Storage("seen/file"), O_WRONLY,
-                         std::string(32 * 1024 * 1024, 'n')),
-               "Lost USB connection.\nWriting aborted.");
-    ExpectLaterCallsEndAtOnce();
-}
-
-TEST_F(UnplugTest, DialogsCarryTitleAndButton)
-{
-    simulator->Control("unplug");
-    EXPECT_EQ(List(Storage("many")).error, ECANCELED);
-    ASSERT_TRUE(volume->WaitForDialog(
-        "Lost USB Connection.\nDirectory reading aborted."));
     const Dialog dialog = volume->Dialogs().front();
     EXPECT_EQ(dialog.title, "Quorvel Error!!");
     EXPECT_EQ(dialog.button, "Confirm");
     EXPECT_EQ(dialog.mask, "0022");
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    , DuringTest,
+    ::testing::Values(
+        Work{"Listing", "unplug after=500",
+             [](const std::string &in) { return List(in + "many"); }, LISTING},
+        Work{"Lookup", "unplug after=500",
+             [](const std::string &in) {
+                 return ReadFile(in + "many/file1999");
+             },
+             LISTING},
+        Work{"Read", "unplug after-bytes=8000000",
+             [](const std::string &in) { return ReadFile(in + "big"); },
+             "Lost USB connection.\nReading aborted."},
+        Work{"Write", "unplug after-bytes=8000000",
+             [](const std::string &in) {
+                 return WriteFile(in + "seen/file", O_WRONLY,
+                                  std::string(32 * 1024 * 1024, 'n'));
+             },
+             "Lost USB connection.\nWriting aborted."}),
+    [](const auto &each) { return std::string(each.param.name); });
 
 // A dialog that nobody closes must not keep the volume from going away.
 TEST_F(UnplugTest, UnmountEndsAnOpenDialog)

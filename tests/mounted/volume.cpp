@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/mounted/simulator.h"
+#include "tests/support/simulator.h"
 
 namespace
 {
@@ -209,8 +209,7 @@ std::string Volume::UnexpectedLine() const
             continue;
         }
         for (const char *word : {"fail", "NULL", "null", "Unexpected",
-                                 "refused", "nvalid", "EXIST",
-                                 "QN_CHECK"}) {
+                                 "refused", "nvalid", "EXIST", "QN_CHECK"}) {
             if (line.find(word) != std::string::npos) {
                 return line;
             }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/mounted/child.h"
+#include "tests/support/child.h"
 
 // One call of the dialog program.
 struct Dialog {

@@ -19,6 +19,12 @@ struct Place {
     const char *on_device;
 };
 
+// The names of tests are made of it.
+void PrintTo(const Place &place, std::ostream *out)
+{
+    *out << place.name;
+}
+
 constexpr Place STORAGE = {"Storage", "Storage", "Media/general_storage"};
 constexpr Place APP = {"App", "Apps/Caf\xC3\xA9 Reader",
                        "Apps/com.example.reader/Documents"};
@@ -35,31 +41,25 @@ class WorkTest : public MountedTest, public ::testing::WithParamInterface<Place>
     void TearDown() override
     {
         EXPECT_TRUE(volume->Dialogs().empty());
-        EXPECT_TRUE(Eventually(
-            [this] { return simulator->Number("open_files") == 0; }, 5));
+        ExpectNothingOpen();
         // Nobody's temporary files are left, on the device neither.
         EXPECT_EQ(Shell("find \"$D\" -name '.fuse_hidden*'"), "");
     }
 
-    // In a shell $V is the place on the volume, $D the same on the device, and
-    // the working folder is one on the disk; $T is in
-    // it.
-    Finished Run(const std::string &line)
-    {
-        return RunProgram({"sh", "-ec", "cd '" + work + "'; " + line},
-                          {{"V", volume->Path(GetParam().on_volume)},
-                           {"D", device->folder + "/" + GetParam().on_device},
-                           {"T", work + "/tree"},
-                           {"HOME", work},
-                           // Its names are suspicious words in the log.
-                           {"GIT_TEMPLATE_DIR", ""},
-                           {"GIT_CONFIG_NOSYSTEM", "1"}});
-    }
-
-    // Must succeed; gives its output.
+    // What a shell says to a line that must succeed. $V is the place on the
+    // volume, $D the same on the device, the working folder one on the disk
+    // with $T in it.
     std::string Shell(const std::string &line)
     {
-        const Finished run = Run(line);
+        const Finished run =
+            RunProgram({"sh", "-ec", "cd '" + work + "'; " + line},
+                       {{"V", OnVolume("")},
+                        {"D", OnDevice("")},
+                        {"T", work + "/tree"},
+                        {"HOME", work},
+                        // Its names are suspicious words in the log.
+                        {"GIT_TEMPLATE_DIR", ""},
+                        {"GIT_CONFIG_NOSYSTEM", "1"}});
         EXPECT_EQ(run.status, 0) << line << "\n" << run.out;
         return run.out;
     }

@@ -1,5 +1,3 @@
-#include <cstring>
-
 #include "tarnifs/catalogue/key.h"
 #include "tarnifs/catalogue/object.h"
 #include "tests/handlers/fixture.h"
@@ -15,6 +13,11 @@ class Catalogue : public MountTest
         ASSERT_TRUE(mount());
         pthread_mutex_lock(&tarni_mutex);
         ClearCatalogue(context()->afc_handle);
+        for (const char *path :
+             {"/", "/Storage", "/Storage/a", "/Storage/a/b"}) {
+            add(path, KTL_MODE_FOLDER);
+        }
+        add("/Storage/a/b/c");
     }
     void TearDown() override
     {
@@ -32,20 +35,15 @@ class Catalogue : public MountTest
         }
         return object;
     }
-    // "/", "/Storage", "/Storage/a", "/Storage/a/b", "/Storage/a/b/c"
-    void addTree()
-    {
-        add("/", KTL_MODE_FOLDER);
-        add("/Storage", KTL_MODE_FOLDER);
-        add("/Storage/a", KTL_MODE_FOLDER);
-        add("/Storage/a/b", KTL_MODE_FOLDER);
-        add("/Storage/a/b/c");
-    }
 };
 
-TEST_F(Catalogue, ARecordIsBornEmpty)
+TEST_F(Catalogue, RecordsAreMadeAndFound)
 {
+    // A miss leaves an entry that is no record.
+    EXPECT_EQ(FindObject("/Storage/new"), nullptr);
+    EXPECT_EQ(Object_list.count("/Storage/new"), 1U);
     const _KTL_OBJECT *object = GetObject("/Storage/new");
+    EXPECT_EQ(FindObject("/Storage/new"), object);
     EXPECT_EQ(Value(object->mode), KTL_MODE_FILE);
     EXPECT_EQ(Value(object->type), KTL_ORDINARY);
     EXPECT_EQ(Value(object->size), 0U);
@@ -53,52 +51,37 @@ TEST_F(Catalogue, ARecordIsBornEmpty)
     EXPECT_FALSE(IsLinked(object));
     EXPECT_FALSE(HasChildren(object));
     EXPECT_EQ(sizeof(_KTL_OBJECT), 137U);
-}
-
-TEST_F(Catalogue, TheRootIsTheParentOfTheAreas)
-{
-    _KTL_OBJECT *root = GetObject("/");
-    EXPECT_EQ(FindObject("/"), root);
-    EXPECT_EQ(GetParentObject("/Media"), root);
-    EXPECT_EQ(Object_list.count("/"), 1U);
+    EXPECT_EQ(GetParentObject("/Media"), FindObject("/"));
     EXPECT_EQ(GetParentObject("/Nowhere/x"), nullptr);
-}
-
-TEST_F(Catalogue, SpellingsMeetAndNamesStay)
-{
-    _KTL_OBJECT *object = GetObjectWithFileName("/Storage/cafe\u0301");
+    // Spellings meet and names stay.
+    object = GetObjectWithFileName("/Storage/cafe\u0301");
     EXPECT_EQ(GetObjectWithFileName("/Storage/caf\u00e9"), object);
     EXPECT_EQ(FindObject("/Storage/caf\u00e9"), object);
     EXPECT_EQ(FindObject("/Storage/cafe\u0301"), object);
     EXPECT_STREQ(object->file_name, "cafe\u0301");
-}
-
-TEST_F(Catalogue, NamesThatCannotBeConvertedAreKeptRaw)
-{
+    // Names that cannot be converted are kept raw.
     const std::string tooLong = "/Storage/" + std::string(5000, 'n');
     for (const std::string &path : {std::string("/Storage/\xff"), tooLong}) {
         EXPECT_EQ(FindObject(path.c_str()), nullptr);
-        _KTL_OBJECT *object = GetObjectWithFileName(path.c_str());
-        EXPECT_EQ(FindObject(path.c_str()), object);
-        EXPECT_EQ(GetObject(path.c_str()), object);
-        DeleteObject(object, path.c_str());
+        _KTL_OBJECT *raw = GetObjectWithFileName(path.c_str());
+        EXPECT_EQ(FindObject(path.c_str()), raw);
+        DeleteObject(raw, path.c_str());
         EXPECT_EQ(FindObject(path.c_str()), nullptr);
     }
     expectLogged("FindObject getUTF8MACName Failed");
     expectLogged("GetObject getUTF8MACName Failed, \xff");
-}
-
-TEST_F(Catalogue, AMissLeavesAnEntryThatIsNoRecord)
-{
-    EXPECT_EQ(FindObject("/Storage/x"), nullptr);
-    EXPECT_EQ(Object_list.count("/Storage/x"), 1U);
-    const _KTL_OBJECT *object = GetObject("/Storage/x");
-    EXPECT_EQ(FindObject("/Storage/x"), object);
+    // Linking twice moves to the tail.
+    _KTL_OBJECT *storage = FindObject("/Storage");
+    _KTL_OBJECT *first = add("/Storage/1");
+    add("/Storage/2");
+    LinkChild(storage, first);
+    EXPECT_EQ(ObjectOfSibling(ChildList(storage)->prev), first);
+    EXPECT_EQ(ObjectOfSibling(ChildList(storage)->next),
+              FindObject("/Storage/a"));
 }
 
 TEST_F(Catalogue, DeletingIsDeepAndLeavesTheFolder)
 {
-    addTree();
     _KTL_OBJECT *a = FindObject("/Storage/a");
     DeleteChildObject(a, "/Storage/a");
     EXPECT_EQ(FindObject("/Storage/a/b"), nullptr);
@@ -110,45 +93,29 @@ TEST_F(Catalogue, DeletingIsDeepAndLeavesTheFolder)
     EXPECT_EQ(Object_list.count("/Storage/unlinked"), 0U);
     DeleteObject(nullptr, "/Storage/a");
     EXPECT_EQ(FindObject("/Storage/a"), a);
-}
-
-TEST_F(Catalogue, DeletingANameInAnotherSpellingLeavesNoEntryBehind)
-{
-    _KTL_OBJECT *object = add("/Storage/cafe\u0301");
-    DeleteObject(object, "/Storage/cafe\u0301");
+    DeleteObject(add("/Storage/cafe\u0301"), "/Storage/cafe\u0301");
     EXPECT_EQ(FindObject("/Storage/caf\u00e9"), nullptr);
     EXPECT_EQ(FindObject("/Storage/cafe\u0301"), nullptr);
-}
-
-TEST_F(Catalogue, ARemovedFolderDoesNotLeaveItsChildrenPointingNowhere)
-{
-    addTree();
-    DeleteObject(FindObject("/Storage/a"), "/Storage/a");
+    // Children do not point nowhere.
+    add("/Storage/a/b", KTL_MODE_FOLDER);
+    DeleteObject(a, "/Storage/a");
     EXPECT_FALSE(IsLinked(FindObject("/Storage/a/b")));
-}
-
-TEST_F(Catalogue, LinkingTwiceMovesToTheTail)
-{
-    add("/", KTL_MODE_FOLDER);
-    _KTL_OBJECT *storage = add("/Storage", KTL_MODE_FOLDER);
-    _KTL_OBJECT *first = add("/Storage/1");
-    _KTL_OBJECT *second = add("/Storage/2");
-    LinkChild(storage, first);
-    EXPECT_EQ(ObjectOfSibling(ChildList(storage)->next), second);
-    EXPECT_EQ(ObjectOfSibling(ChildList(storage)->prev), first);
-}
-
-TEST_F(Catalogue, OnlyTemporaryRecordsAreCleanedUp)
-{
-    addTree();
     add("/Storage/tmp")->type = KTL_TEMPORARY;
+    add("/Storage/kept");
     CleanupTmpObject("/Storage", ChildList(FindObject("/Storage")));
     EXPECT_EQ(FindObject("/Storage/tmp"), nullptr);
-    EXPECT_NE(FindObject("/Storage/a"), nullptr);
+    _KTL_OBJECT *kept = FindObject("/Storage/kept");
+    ASSERT_NE(kept, nullptr);
+    void *mounted = testHost.privateData;
+    testHost.privateData = nullptr;
+    DeleteObject(kept, "/Storage/kept");
+    testHost.privateData = mounted;
+    EXPECT_EQ(FindObject("/Storage/kept"), kept);
 }
 
 TEST_F(Catalogue, DeletingClosesOnTheConnectionThatOpened)
 {
+    ClearCatalogue(context()->afc_handle);
     pthread_mutex_unlock(&tarni_mutex);
     addApp("Notes", "com.example.notes", {"n.txt"});
     pthread_mutex_lock(&tarni_mutex);
@@ -165,44 +132,32 @@ TEST_F(Catalogue, DeletingClosesOnTheConnectionThatOpened)
     EXPECT_EQ(memoryWorld.count("libiusb_housearrest_exit"), 1);
 }
 
-TEST_F(Catalogue, WithoutAContextNothingIsDeleted)
-{
-    _KTL_OBJECT *object = GetObject("/Storage/x");
-    void *mounted = testHost.privateData;
-    testHost.privateData = nullptr;
-    DeleteObject(object, "/Storage/x");
-    testHost.privateData = mounted;
-    EXPECT_EQ(FindObject("/Storage/x"), object);
-}
-
 TEST_F(Catalogue, UnfinishedListingsAreDroppedButNotWhatIsInUse)
 {
-    addTree();
     add("/Storage/open")->open_count = 1;
     add("/Storage/staged")->type = KTL_STAGED;
     add("/Storage/plain");
     DropUnfinishedListing("/Storage");
     EXPECT_NE(FindObject("/Storage/plain"), nullptr); // not marked
     NoteListing(FindObject("/Storage"), false);
-    FindObject("/Storage/a/b/c")->file_handle = 0;
-    FindObject("/Storage/a/b/c")->open_count = 1;
+    FindObject("/Storage/a/b/c")->open_count = 1; // deep inside
     DropUnfinishedListing("/Storage");
     EXPECT_EQ(FindObject("/Storage/plain"), nullptr);
-    EXPECT_NE(FindObject("/Storage/open"), nullptr);
-    EXPECT_NE(FindObject("/Storage/staged"), nullptr);
-    EXPECT_NE(FindObject("/Storage/a/b/c"), nullptr); // deep inside
+    for (const char *kept :
+         {"/Storage/open", "/Storage/staged", "/Storage/a/b/c"}) {
+        EXPECT_NE(FindObject(kept), nullptr) << kept;
+    }
     EXPECT_TRUE(IsListingUnfinished(FindObject("/Storage")));
     NoteListing(FindObject("/Storage"), true);
     EXPECT_FALSE(IsListingUnfinished(FindObject("/Storage")));
 }
 
+// The guardian of the other tests.
 TEST_F(Catalogue, TheCheckFindsDamage)
 {
-    addTree();
     EXPECT_EQ(CheckCatalogue(), "");
     _KTL_OBJECT *a = FindObject("/Storage/a");
     _KTL_OBJECT *b = FindObject("/Storage/a/b");
-    _KTL_OBJECT *storage = FindObject("/Storage");
 
     _KTL_LIST *link = SiblingLink(b);
     _KTL_LIST *kept = link->prev;
@@ -210,7 +165,7 @@ TEST_F(Catalogue, TheCheckFindsDamage)
     EXPECT_NE(CheckCatalogue(), "") << "a broken link";
     link->prev = kept;
 
-    LinkChild(storage, b);
+    LinkChild(FindObject("/Storage"), b);
     EXPECT_NE(CheckCatalogue(), "") << "a child of the wrong folder";
     LinkChild(a, b);
 

@@ -31,49 +31,47 @@ std::string composed(const std::string &text)
     return out;
 }
 
-TEST(Names, ReplaceAll)
+TEST(Names, OneCanonicalForm)
 {
+    const std::pair<const char *, const char *> names[] = {
+        {"AC/DC", "AC:DC"},
+        {"", ""},
+        {"cafe\u0301", "caf\u00e9"},
+        {"caf\u00e9", "caf\u00e9"},
+        {"\u1112\u1161\u11ab", "\ud55c"}, // Hangul
+        {"a\u0302\u0301", "\u1ea5"},      // two marks
+        {"a\u0323\u0302", "\u1ead"},      // below, above
+        {"\U0001F600e\u0301", "\U0001F600\u00e9"}};
+    for (const auto &[name, form] : names) {
+        EXPECT_EQ(canonical(name), form);
+    }
+    EXPECT_EQ(getUTF8MACName(nullptr, nullptr), -1);
+    for (const char *name : {"\xff", "a\xc3", "\xed\xa0\x80", "\xc0\xaf",
+                             "\xf4\x90\x80\x80", "ok\x80"}) {
+        EXPECT_EQ(canonical(name, -1), name); // invalid: as it is
+    }
     EXPECT_EQ(replaceAll("aaa", "a", "aa"), "aaaaaa");
-    EXPECT_EQ(replaceAll("a/b//c", "/", ":"), "a:b::c");
     EXPECT_EQ(replaceAll("abcabc", "abc", ""), "");
     EXPECT_EQ(replaceAll("abc", "", "x"), "abc");
     EXPECT_EQ(chkInvalidString("a:b/c"), "a:b:c");
     EXPECT_EQ(chkInvalidString(nullptr), "");
 }
 
-TEST(Names, OneCanonicalForm)
-{
-    EXPECT_EQ(canonical("AC/DC"), "AC:DC");
-    EXPECT_EQ(canonical("plain"), "plain");
-    EXPECT_EQ(canonical(""), "");
-    EXPECT_EQ(canonical("cafe\u0301"), "caf\u00e9");
-    EXPECT_EQ(canonical("caf\u00e9"), "caf\u00e9");
-    EXPECT_EQ(canonical("\u1112\u1161\u11ab"), "\ud55c"); // Hangul
-    EXPECT_EQ(canonical("a\u0302\u0301"), "\u1ea5");      // two marks
-    EXPECT_EQ(canonical("a\u0323\u0302"), "\u1ead");      // below, above
-    EXPECT_EQ(canonical("\U0001F600e\u0301"), "\U0001F600\u00e9");
-    EXPECT_EQ(getUTF8MACName(nullptr, nullptr), -1);
-}
-
-TEST(Names, InvalidTextStaysAsItIs)
-{
-    for (const char *name : {"\xff", "a\xc3", "\xed\xa0\x80", "\xc0\xaf",
-                             "\xf4\x90\x80\x80", "ok\x80"}) {
-        EXPECT_EQ(canonical(name, -1), name);
-    }
-}
-
 TEST(Names, ComposedCharactersAndSomeRangesAreLeftAlone)
 {
-    // Excluded from composition, and longer when taken apart.
-    EXPECT_EQ(composed("\u0958"), "\u0958");
-    EXPECT_EQ(composed("\u0915\u093c"), "\u0915\u093c");
-    EXPECT_EQ(composed("\u2126\uf900\U0002f800"), "\u2126\uf900\U0002f800");
-    EXPECT_EQ(composed("=\u0338"), "=\u0338");           // not U+2260
-    EXPECT_EQ(composed("\u2190\u0338"), "\u2190\u0338"); // not U+219A
-    // A mark of the same class in between blocks.
-    EXPECT_EQ(composed("e\u0308\u0301"), "\u00eb\u0301");
-    EXPECT_EQ(composed("\u0301e"), "\u0301e");
+    const std::pair<const char *, const char *> texts[] = {
+        // Excluded from composition, and longer when taken apart.
+        {"\u0958", "\u0958"},
+        {"\u0915\u093c", "\u0915\u093c"},
+        {"\u2126\uf900\U0002f800", "\u2126\uf900\U0002f800"},
+        {"=\u0338", "=\u0338"},           // not U+2260
+        {"\u2190\u0338", "\u2190\u0338"}, // not U+219A
+        // A mark of the same class in between blocks.
+        {"e\u0308\u0301", "\u00eb\u0301"},
+        {"\u0301e", "\u0301e"}};
+    for (const auto &[text, form] : texts) {
+        EXPECT_EQ(composed(text), form);
+    }
 }
 
 TEST(Names, ComposingUndoesDecomposingAndNeverLengthens)
@@ -105,30 +103,31 @@ TEST(Names, ComposingUndoesDecomposingAndNeverLengthens)
 
 TEST(Names, Converters)
 {
-    char in[] = "caf\u00e9";
     char out[32] = {};
-    EXPECT_EQ(unicode_to_utf8(3, in, 5, out, sizeof(out)), 0);
-    EXPECT_STREQ(out, "cafe\u0301");
+    const struct {
+        int charset;
+        std::string in;
+        const char *result;
+    } cases[] = {{3, "caf\u00e9", "cafe\u0301"},
+                 {255, "\xc7\xd1", "\u1112\u1161\u11ab"}, // Korean
+                 {99, "\xe9", "e\u0301"},                 // Latin
+                 {2, std::string("\0A\0\xe9", 4), "Ae\u0301"}};
+    for (const auto &each : cases) {
+        std::string in = each.in;
+        memset(out, 0, sizeof(out));
+        EXPECT_EQ(unicode_to_utf8(each.charset, in.data(),
+                                  static_cast<int>(in.size()), out,
+                                  sizeof(out)),
+                  0);
+        EXPECT_STREQ(out, each.result);
+    }
+    char in[] = "caf\u00e9";
     EXPECT_EQ(unicode_to_utf8(3, in, 5, out, 5), -1); // grows: no room
-    char korean[] = "\xc7\xd1";
-    memset(out, 0, sizeof(out));
-    EXPECT_EQ(unicode_to_utf8(255, korean, 2, out, sizeof(out)), 0);
-    EXPECT_STREQ(out, "\u1112\u1161\u11ab");
-    char latin[] = "\xe9";
-    memset(out, 0, sizeof(out));
-    EXPECT_EQ(unicode_to_utf8(99, latin, 1, out, sizeof(out)), 0);
-    EXPECT_STREQ(out, "e\u0301");
-    char wide[] = {'\x00', 'A', '\x00', '\xe9'};
-    memset(out, 0, sizeof(out));
-    EXPECT_EQ(unicode_to_utf8(2, wide, 4, out, sizeof(out)), 0);
-    EXPECT_STREQ(out, "Ae\u0301");
     char broken[] = "\xff\xff";
     EXPECT_EQ(unicode_to_utf8(3, broken, 2, out, sizeof(out)), -1);
-
     char parts[] = "e\u0301A";
-    const char expected[] = {'\xe9', '\0', 'A', '\0'};
     EXPECT_EQ(utf8_to_unicode(parts, 4, out, sizeof(out)), 0);
-    EXPECT_EQ(memcmp(out, expected, 4), 0);
+    EXPECT_EQ(std::string(out, 4), std::string("\xe9\0A\0", 4));
     EXPECT_EQ(utf8_to_unicode(parts, 4, out, 3), -1);
     EXPECT_EQ(utf8_to_unicode(broken, 2, out, sizeof(out)), -1);
     EXPECT_EQ(utf8_to_utf8mac(nullptr, 1, out, 1), -1);

@@ -1,22 +1,19 @@
-// A simulated device in a process of its own for one test, and an opened
-// connection to it.
+// A simulated device for one test, and an opened connection to it.
 #pragma once
 
-#include <sys/types.h>
-
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "device/libiusb.h"
+#include "tests/support/simulator.h"
 
 // The content of a file; a failed comparison tells no more than its size and
 // beginning.
@@ -26,37 +23,45 @@ struct Bytes : std::string {
 };
 void PrintTo(const Bytes &bytes, std::ostream *out);
 
-// Runs quorvel-simdevice over device folders of its own, in a folder that is
-// removed at the end; USBMUXD_SOCKET_ADDRESS points at it meanwhile.
+// Device folders of its own, served; USBMUXD_SOCKET_ADDRESS points at them
+// meanwhile.
 class Sim
 {
   public:
     // `make` are further options of "quorvel-simdevice make", one set for each
     // device; `run` those of "quorvel-simdevice run".
-    explicit Sim(const std::vector<std::string> &run = {},
-                 const std::vector<std::vector<std::string>> &make = {{}});
+    explicit Sim(const Words &run = {}, const std::vector<Words> &make = {{}});
     ~Sim();
     Sim(const Sim &) = delete;
     Sim &operator=(const Sim &) = delete;
 
-    // Sends a control command and gives the answer without its "ok ". A refused
-    // command fails the test.
-    std::string control(const std::string &command) const;
-
-    nlohmann::json stats() const;
-    // Number of AFC requests of one kind since the last reset.
-    int afc(const std::string &operation) const;
+    // A control command. A refused one fails the test.
+    void control(const std::string &command) const
+    {
+        simulator->Control(command);
+    }
+    nlohmann::json stats() const { return simulator->Statistics(); }
+    // Number of requests of one kind since the last reset.
+    int count(const char *group, const char *operation) const
+    {
+        return stats()[group].value(operation, 0);
+    }
+    int afc(const char *operation) const { return count("afc", operation); }
     void resetStats() const { control("stats reset"); }
 
-    // Where the device's media files, and the files of an app, are on this
-    // machine.
-    std::filesystem::path media(int device = 0) const;
-    std::filesystem::path documents(const std::string &bundle_id) const;
-    std::filesystem::path folder() const { return root; }
+    // Where the device's media files, its storage and the files of an app are
+    // on this machine.
+    std::filesystem::path media() const { return devices[0].folder + "/Media"; }
+    std::filesystem::path storage() const { return devices[0].Storage(""); }
+    std::filesystem::path documents(const std::string &bundle_id) const
+    {
+        return devices[0].folder + "/Apps/" + bundle_id + "/Documents";
+    }
 
   private:
-    std::filesystem::path root;
-    pid_t process = -1;
+    TempFolder root;
+    std::vector<SampleDevice> devices;
+    std::optional<Simulator> simulator;
 };
 
 // Sets an environment variable for a scope.
@@ -86,8 +91,7 @@ struct Opened {
 class DeviceTest : public ::testing::Test
 {
   protected:
-    void start(const std::vector<std::string> &run = {},
-               const std::vector<std::string> &make = {});
+    void start(const Words &run = {}, const Words &make = {});
     void TearDown() override;
 
     // Makes a file on the device from this side, with bytes that differ from
@@ -100,19 +104,29 @@ class DeviceTest : public ::testing::Test
     Bytes read(libiusb_file file, uint64_t offset, size_t length) const;
     // Reads in order with calls of one size until the end.
     Bytes readAll(libiusb_file file, size_t call = 128 << 10) const;
+    // The code of one read or write.
+    int readCode(libiusb_file file, uint64_t offset,
+                 uint32_t length = 4096) const;
+    int write(libiusb_file file, uint64_t offset, const std::string &bytes,
+              uint32_t *count = nullptr) const;
     std::vector<std::string> list(const std::string &path) const;
     int info(const std::string &path,
              libiusb_afc_file_info *out = nullptr) const;
+    Bytes onDevice(const std::string &name) const;
 
     std::unique_ptr<Sim> sim;
     std::unique_ptr<Opened> opened;
     libiusb_afc *afc = nullptr;
 };
 
+// The content of a file on this machine.
+inline Bytes fileBytes(const std::filesystem::path &path)
+{
+    return Slurp(path);
+}
+
 // Bytes that differ from place to place, as makeFile writes them.
 Bytes pattern(size_t size, uint64_t offset = 0);
-void writeFile(const std::filesystem::path &path, const std::string &bytes);
-Bytes fileBytes(const std::filesystem::path &path);
 
-// Milliseconds that a call takes.
-int64_t duration(const std::function<void()> &call);
+// That a call ends within so many milliseconds.
+void expectWithin(double milliseconds, const std::function<void()> &call);

@@ -1,4 +1,4 @@
-#include "tests/mounted/child.h"
+#include "tests/support/child.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -87,6 +87,32 @@ void WriteAll(int fd, const void *data, size_t size)
     _exit(127);
 }
 
+// Runs `act`, which must not return, with a pipe to write to.
+Finished RunChild(const std::function<void(int)> &act, double limit)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return {};
+    }
+    const double begin = Now();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        close(ends[0]);
+        act(ends[1]);
+    }
+    close(ends[1]);
+    Finished finished;
+    const bool ended = Drain(ends[0], begin + limit, &finished.out);
+    close(ends[0]);
+    if (!ended) {
+        kill(pid, SIGKILL);
+    }
+    const int status = Reap(pid, 5);
+    finished.status = ended ? status : -1;
+    finished.seconds = Now() - begin;
+    return finished;
+}
+
 } // namespace
 
 double Now()
@@ -111,46 +137,33 @@ bool Eventually(const std::function<bool()> &test, double seconds)
 
 Outcome Access(const std::function<int(std::string *)> &act, double limit)
 {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        return {errno, "pipe2", 0};
+    Finished child = RunChild(
+        [&](int output) {
+            std::string data;
+            const int error = act(&data);
+            WriteAll(output, &error, sizeof(error));
+            WriteAll(output, data.data(), data.size());
+            _exit(0);
+        },
+        limit);
+    Outcome outcome{-1, "", child.seconds};
+    if (child.status == 0 && child.out.size() >= sizeof(int)) {
+        memcpy(&outcome.error, child.out.data(), sizeof(int));
+        outcome.data = child.out.substr(sizeof(int));
     }
-    const double begin = Now();
-    const pid_t pid = fork();
-    if (pid == 0) {
-        close(ends[0]);
-        std::string data;
-        const int error = act(&data);
-        WriteAll(ends[1], &error, sizeof(error));
-        WriteAll(ends[1], data.data(), data.size());
-        _exit(0);
-    }
-    close(ends[1]);
-    std::string answer;
-    const bool ended = Drain(ends[0], begin + limit, &answer);
-    close(ends[0]);
-    Outcome outcome;
-    outcome.seconds = Now() - begin;
-    if (!ended) {
-        kill(pid, SIGKILL);
-    }
-    Reap(pid, 5);
-    if (!ended || answer.size() < sizeof(int)) {
-        outcome.error = -1;
-        return outcome;
-    }
-    memcpy(&outcome.error, answer.data(), sizeof(int));
-    outcome.data = answer.substr(sizeof(int));
     return outcome;
+}
+
+Outcome Try(const std::function<int()> &call)
+{
+    return Access([&](std::string *) { return call() < 0 ? errno : 0; });
 }
 
 Outcome Stat(const std::string &path)
 {
-    return Access([&](std::string *) {
-        struct stat st {
-        };
-        return stat(path.c_str(), &st) == 0 ? 0 : errno;
-    });
+    struct stat st {
+    };
+    return Try([&] { return stat(path.c_str(), &st); });
 }
 
 Outcome ReadFile(const std::string &path)
@@ -214,26 +227,8 @@ Outcome WriteFile(const std::string &path, int flags, const std::string &data)
 Finished RunProgram(const Words &words, const Environment &environment,
                     double limit)
 {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        return {};
-    }
-    const double begin = Now();
-    const pid_t pid = fork();
-    if (pid == 0) {
-        Become(words, environment, ends[1]);
-    }
-    close(ends[1]);
-    Finished finished;
-    const bool ended = Drain(ends[0], begin + limit, &finished.out);
-    close(ends[0]);
-    if (!ended) {
-        kill(pid, SIGKILL);
-    }
-    const int status = Reap(pid, 5);
-    finished.status = ended ? status : -1;
-    finished.seconds = Now() - begin;
-    return finished;
+    return RunChild([&](int output) { Become(words, environment, output); },
+                    limit);
 }
 
 Process::Process(const Words &words, const Environment &environment,

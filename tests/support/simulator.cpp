@@ -1,13 +1,15 @@
-#include "tests/mounted/simulator.h"
+#include "tests/support/simulator.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <stdexcept>
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 namespace
@@ -43,12 +45,6 @@ std::string Ask(const std::string &path, const std::string &line)
     return answer;
 }
 
-nlohmann::json Statistics(const Simulator &simulator)
-{
-    const std::string answer = simulator.Control("stats");
-    return nlohmann::json::parse(answer.substr(answer.find('{')));
-}
-
 } // namespace
 
 std::string Program(const std::string &name)
@@ -61,12 +57,14 @@ SampleDevice::SampleDevice(const std::string &work, const Words &options,
     : location(given != 0 ? given : FreeLocation())
 {
     folder = work + "/device" + std::to_string(location);
-    Words words = {Program("quorvel-simdevice"), "make", folder,
-                   "--location-id", std::to_string(location)};
+    Words words = {Program("quorvel-simdevice"), "make", folder};
     words.insert(words.end(), options.begin(), options.end());
+    if (std::find(words.begin(), words.end(), "--location-id") == words.end()) {
+        words.insert(words.end(), {"--location-id", std::to_string(location)});
+    }
     const Finished made = RunProgram(words);
     if (made.status != 0) {
-        ADD_FAILURE() << "no sample device: " << made.out;
+        throw std::runtime_error("no sample device: " + made.out);
     }
 }
 
@@ -92,12 +90,8 @@ Simulator::Simulator(const std::string &work,
                      const Words &options)
     : socket(work + "/usbmuxd"), control(work + "/control")
 {
-    Words words = {Program("quorvel-simdevice"),
-                   "run",
-                   "--socket",
-                   socket,
-                   "--control",
-                   control};
+    Words words = {Program("quorvel-simdevice"), "run", "--socket", socket};
+    words.insert(words.end(), {"--control", control});
     for (const std::string &device : devices) {
         words.insert(words.end(), {"--device", device});
     }
@@ -106,7 +100,7 @@ Simulator::Simulator(const std::string &work,
                                         work + "/simulator.log");
     if (!Eventually(
             [&] { return Output().find("ready") != std::string::npos; })) {
-        ADD_FAILURE() << "the simulator did not start: " << Output();
+        throw std::runtime_error("the simulator did not start: " + Output());
     }
 }
 
@@ -114,20 +108,25 @@ std::string Simulator::Control(const std::string &line) const
 {
     std::string answer = Ask(control, line);
     if (!answer.starts_with("ok")) {
-        ADD_FAILURE() << line << ": " << answer;
+        throw std::runtime_error(line + ": " + answer);
     }
     return answer;
 }
 
+nlohmann::json Simulator::Statistics() const
+{
+    return nlohmann::json::parse(Control("stats").substr(3));
+}
+
 uint64_t Simulator::Requests(const std::string &operation) const
 {
-    return Statistics(*this)["afc"].value(operation, uint64_t{0});
+    return Statistics()["afc"].value(operation, uint64_t{0});
 }
 
 uint64_t Simulator::AllRequests() const
 {
     uint64_t all = 0;
-    const nlohmann::json statistics = Statistics(*this);
+    const nlohmann::json statistics = Statistics();
     for (const auto &entry : statistics["afc"]) {
         all += entry.get<uint64_t>();
     }
@@ -136,5 +135,11 @@ uint64_t Simulator::AllRequests() const
 
 int64_t Simulator::Number(const std::string &name) const
 {
-    return Statistics(*this).value(name, int64_t{-1});
+    return Statistics().value(name, int64_t{-1});
+}
+
+int Simulator::End()
+{
+    process->Signal(SIGTERM);
+    return process->Wait(PATIENCE);
 }

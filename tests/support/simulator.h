@@ -6,13 +6,16 @@
 #include <string>
 #include <vector>
 
-#include "tests/mounted/child.h"
+#include <nlohmann/json_fwd.hpp>
+
+#include "tests/support/child.h"
 
 // A sample device in a folder.
 class SampleDevice
 {
   public:
-    // `options` go to the maker. The location id is this test's own.
+    // `options` go to the maker. The location id is this process's own, unless
+    // one is given or `options` have one.
     SampleDevice(const std::string &work, const Words &options = {},
                  uint32_t location = 0);
 
@@ -27,7 +30,7 @@ class SampleDevice
     uint32_t location;
 };
 
-// The simulator; ends with the record.
+// The simulator; ends with the record. What it refuses is an exception.
 class Simulator
 {
   public:
@@ -36,6 +39,7 @@ class Simulator
 
     // Sends a line to the control socket; the answer, which must begin "ok".
     std::string Control(const std::string &line) const;
+    nlohmann::json Statistics() const;
     // Requests of an AFC operation since the last "stats reset".
     uint64_t Requests(const std::string &operation) const;
     // All AFC requests.
@@ -43,6 +47,8 @@ class Simulator
     // A number of the statistics, such as "open_files".
     int64_t Number(const std::string &name) const;
     std::string Output() const { return process->Output(); }
+    // Ends it; its status.
+    int End();
 
     std::string socket;
 

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/temp_folder.h"
+
 using Words = std::vector<std::string>;
 using Environment = std::map<std::string, std::string>;
 
@@ -31,6 +33,9 @@ struct Outcome {
 // Runs `act` in a child; it returns an errno and may fill a text.
 Outcome Access(const std::function<int(std::string *)> &act,
                double limit = PATIENCE);
+
+// A call that gives a negative number and sets errno when it fails.
+Outcome Try(const std::function<int()> &call);
 
 // The usual calls, each in a child of its own.
 Outcome Stat(const std::string &path);
