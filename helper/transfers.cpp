@@ -70,8 +70,9 @@ double Transfers::rate(double time)
     for (const auto &[when, bytes] : recent) {
         sum += static_cast<double>(bytes);
     }
-    const double since = recent.empty() ? 0 : time - recent.front().first;
-    return sum / std::max(since, 1.0);
+    // A file is told of when it is done: dividing by less would show a whole
+    // film as if it had come within a second.
+    return sum / RATE_SECONDS;
 }
 
 std::string Transfers::line(double time)
