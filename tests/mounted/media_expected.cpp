@@ -1,10 +1,8 @@
 #include "tests/mounted/media_expected.h"
 
-#include <time.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 #include <utility>
@@ -54,11 +52,11 @@ bool Holds(const std::string &when, const Generation &generation)
     std::string word;
     while (words >> word) {
         if (word[0] == '<') {
-            if (Number(generation) >= atof(word.c_str() + 1)) {
+            if (Number(generation) >= std::stod(word.substr(1))) {
                 return false;
             }
         } else if (word.starts_with(">=")) {
-            if (Number(generation) < atof(word.c_str() + 2)) {
+            if (Number(generation) < std::stod(word.substr(2))) {
                 return false;
             }
         } else {
@@ -96,7 +94,7 @@ std::string Spell(std::string text, const Generation &generation)
         const std::string inner = text.substr(at + 1, end - at - 1);
         std::string whole;
         if (inner[0] == 'x') {
-            for (int i = atoi(inner.c_str() + 1); i > 0; --i) {
+            for (int i = std::stoi(inner.substr(1)); i > 0; --i) {
                 whole += inner.substr(inner.find(' ') + 1);
             }
         } else if (Number(generation) >= 12) {
@@ -123,28 +121,32 @@ int64_t Utc(int year, int month, int day, int hour, int minute, int second)
 // all were changed a minute after that.
 int64_t TimeOfPhoto(const std::string &file)
 {
-    int number = 0;
-    sscanf(file.c_str() + file.rfind('/'), "/IMG_%d", &number);
+    const int number = std::stoi(file.substr(file.rfind("/IMG_") + 5));
     return number > 9000
                ? Utc(2020, 6, 1, 12, 1, 0) + int64_t{3600} * (number - 9000)
                : Utc(2021, 1, 1, 0, 1, 0) + int64_t{600} * (number - 1);
 }
 
+// "20200201 100000.m4a"
 int64_t TimeInName(const std::string &file)
 {
-    int n[6] = {};
-    sscanf(file.c_str() + file.rfind('/'), "/%4d%2d%2d %2d%2d%2d", &n[0], &n[1],
-           &n[2], &n[3], &n[4], &n[5]);
-    return Utc(n[0], n[1], n[2], n[3], n[4], n[5]);
+    const size_t at = file.rfind('/') + 1;
+    const auto part = [&](size_t begin, size_t digits) {
+        return std::stoi(file.substr(at + begin, digits));
+    };
+    return Utc(part(0, 4), part(4, 2), part(6, 2), part(9, 2), part(11, 2),
+               part(13, 2));
 }
 
 int64_t Time(const std::string &text, const std::string &file,
              const std::string &usual)
 {
-    int n[5] = {};
-    if (sscanf(text.c_str(), "%d-%d-%d %d:%d", &n[0], &n[1], &n[2], &n[3],
-               &n[4]) == 5) {
-        return Utc(n[0], n[1], n[2], n[3], n[4], 0);
+    if (text.size() == 16) { // "2020-06-02 02:01"
+        const auto part = [&](size_t begin, size_t digits) {
+            return std::stoi(text.substr(begin, digits));
+        };
+        return Utc(part(0, 4), part(5, 2), part(8, 2), part(11, 2), part(14, 2),
+                   0);
     }
     if (text == "now") {
         return NOW;
@@ -219,11 +221,11 @@ ExpectedMedia ReadExpectedMedia(const Generation &generation)
         }
         if (section.name == "log") {
             if (Holds(fields[1], generation)) {
-                media.log.push_back({Spell(fields[0], generation),
-                                     fields[2] == "*" ? -1
-                                     : fields[2].empty()
-                                         ? 1
-                                         : atoi(fields[2].c_str())});
+                media.log.push_back(
+                    {Spell(fields[0], generation), fields[2] == "*" ? -1
+                                                   : fields[2].empty()
+                                                       ? 1
+                                                       : std::stoi(fields[2])});
             }
         } else if (Holds(fields[2], generation)) {
             media.folders.back().entries.push_back(

@@ -81,7 +81,8 @@ class MediaTroubleTest : public MountedTest
     static void ExpectRefusedSoon(const Outcome &outcome)
     {
         EXPECT_TRUE(outcome.error == ECANCELED || outcome.error == EIO)
-            << outcome.error;
+            << outcome.error << "\n"
+            << outcome.data;
         EXPECT_LT(outcome.seconds, SOON);
     }
 
@@ -148,6 +149,27 @@ TEST_F(MediaTroubleTest, UnpluggedWhileAFolderIsListed)
             "Lost USB Connection.\nDirectory reading aborted."));
         simulator->Control("plug");
         ExpectFolder(folder);
+    }
+}
+
+// Also when only the last row of a folder is missing.
+TEST_F(MediaTroubleTest, UnpluggedBeforeTheLastRow)
+{
+    Begin();
+    for (const ExpectedFolder &folder : ReadExpectedMedia(NEW).folders) {
+        if (folder.entries.size() < 2 || folder.entries[0].folder) {
+            continue;
+        }
+        SCOPED_TRACE(folder.path);
+        ASSERT_EQ(Stat(volume->Path(folder.path)).error, 0);
+        simulator->Control("unplug after=" +
+                           std::to_string(folder.entries.size() - 1));
+        const Outcome lost = List(volume->Path(folder.path));
+        if (lost.error == 0) {
+            EXPECT_EQ(lost.data, ExpectedNames(folder.path, NEW));
+        }
+        simulator->Control("plug");
+        ExpectFolder(folder.path);
     }
 }
 
