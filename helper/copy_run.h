@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -29,8 +30,8 @@ struct CopyFigures {
 class CopyRun
 {
   public:
-    // `udids`: the devices that take part; without them nothing can go on.
-    CopyRun(const CopyPlan &plan, std::vector<std::string> udids);
+    // `which`: the UDIDs of the devices that take part; without them nothing can go on.
+    CopyRun(const CopyPlan &what, std::vector<std::string> which);
     ~CopyRun();
     CopyRun(const CopyRun &) = delete;
     CopyRun &operator=(const CopyRun &) = delete;

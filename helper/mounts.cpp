@@ -115,9 +115,9 @@ void findServers(std::vector<Mount> &mounts)
 {
     const std::unique_ptr<DIR, int (*)(DIR *)> processes(opendir("/proc"),
                                                          closedir);
+    const dirent *entry = nullptr;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this function's own
-    while (const dirent *entry =
-               processes != nullptr ? readdir(processes.get()) : nullptr) {
+    while (processes != nullptr && (entry = readdir(processes.get()))) {
         pid_t pid = 0;
         if (!toNumber(std::string_view(entry->d_name), pid)) {
             continue;
