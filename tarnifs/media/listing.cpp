@@ -34,10 +34,15 @@ void ConnectionWatch::note(int code)
 int AskDevice(MEDIA_LISTING *listing, const std::string &devicePath,
               libiusb_afc_file_info *info)
 {
-    const int ret = libiusb_afc_file_get_info(listing->context->afc_handle,
-                                              devicePath.c_str(), info);
-    listing->connection.note(ret);
+    ConnectionWatch &connection = listing->connection;
+    int ret = 0;
+    do {
+        ret = libiusb_afc_file_get_info(listing->context->afc_handle,
+                                        devicePath.c_str(), info);
+        connection.note(ret);
+    } while (ConnectionWatch::isLost(ret) && connection.isFirstLoss());
     if (ConnectionWatch::isLost(ret)) {
+        listing->isIncomplete = true;
         NoteListing(listing->folder, false);
     }
     if (ret == 0 && info->file_type == LIBIUSB_FILE_FOLDER) {

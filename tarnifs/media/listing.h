@@ -38,6 +38,8 @@ class ConnectionWatch
 
     void note(int code);
     bool isGone() const { return lostInRow >= MOST_LOST; }
+    // Whether the last call was the first in a row to be lost.
+    bool isFirstLoss() const { return lostInRow == 1; }
 
   private:
     static constexpr int MOST_LOST = 3;
@@ -53,11 +55,12 @@ struct MEDIA_LISTING {
     tarni_filler filler; // null: records only
     FreeNames names;
     ConnectionWatch connection;
+    bool isIncomplete = false; // the device gave no answer about an item
 };
 
 // libiusb_afc_file_get_info on the media file system. A folder, which is no
-// entry of these views, is AFC_OBJECT_IS_DIR. After a lost connection the folder
-// counts as not completely listed.
+// entry of these views, is AFC_OBJECT_IS_DIR. After a lost connection the
+// question is asked once more; without an answer then the listing fails.
 int AskDevice(MEDIA_LISTING *listing, const std::string &devicePath,
               libiusb_afc_file_info *info);
 
@@ -91,7 +94,8 @@ constexpr size_t ROWS_AHEAD = 256;
 // `take` reads a row and tells whether it is of use; `paths` adds the addresses
 // of the paths in the order in which `use` will ask about them; `use` makes the
 // entries and stops the walk with a result that is not 0. LOST_CONNECTION when
-// the device is gone.
+// the device is gone, or gave no answer about an item: part of a folder must not
+// pass for all of it.
 template <typename ROW, typename Take, typename Paths, typename Use>
 int ForEachRow(MEDIA_LISTING *listing, Statement *query, Take take, Paths paths,
                Use use)
@@ -122,5 +126,5 @@ int ForEachRow(MEDIA_LISTING *listing, Statement *query, Take take, Paths paths,
             }
         }
     }
-    return 0;
+    return listing->isIncomplete ? LIBIUSB_ERROR_LOST_CONNECTION : 0;
 }

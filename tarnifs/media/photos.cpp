@@ -94,9 +94,13 @@ int listRows(const char *self, MEDIA_LISTING *listing, const PHOTO_QUERY &query)
         [is_cloud](const Statement &statement, PHOTO_ROW *row) {
             return TakePhotoRow(statement, is_cloud, row);
         },
-        [](const PHOTO_ROW &row, std::vector<const std::string *> *paths) {
+        [is_cloud](const PHOTO_ROW &row,
+                   std::vector<const std::string *> *paths) {
             paths->push_back(&row.devicePath);
-            if (row.subtype == LIVE_PHOTO) {
+            // In the cloud family a film has a row of its own, whose master is
+            // listed by then: it is not asked about twice.
+            const bool isFilm = is_cloud && row.filmPath == row.devicePath;
+            if (row.subtype == LIVE_PHOTO && !isFilm) {
                 paths->push_back(&row.filmPath);
             }
         },

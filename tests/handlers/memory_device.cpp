@@ -119,6 +119,7 @@ int note(const char *name, const std::string &detail)
         return 0;
     }
     world.faultFired = true;
+    world.armedCall = --world.armedTimes > 0 ? 1 : 0;
     return world.armedCode;
 }
 
@@ -194,11 +195,12 @@ void MemoryWorld::failCall(int n, int code)
     failNamed("", n, code);
 }
 
-void MemoryWorld::failNamed(const std::string &name, int n, int code)
+void MemoryWorld::failNamed(const std::string &name, int n, int code, int times)
 {
     heal();
     faultFired = false;
     armedCall = n;
+    armedTimes = times;
     armedName = name;
     armedCode = code;
 }

@@ -67,7 +67,7 @@ class MemoryWorld
     // carried out. A failed close of a file still ends its handle; a failed end
     // of house arrest does not.
     void failCall(int n, int code);
-    void failNamed(const std::string &name, int n, int code);
+    void failNamed(const std::string &name, int n, int code, int times = 1);
     // Every call from now on fails.
     void failAll(int code);
     void heal();
@@ -99,6 +99,7 @@ class MemoryWorld
   private:
     friend int note(const char *name, const std::string &detail);
     int armedCall = 0;
+    int armedTimes = 1;
     std::string armedName;
     int armedCode = 0;
     int allCode = 0;
