@@ -44,8 +44,8 @@ class Exerciser
 {
   public:
     Exerciser(const std::string &volume, const std::string &plain,
-              uint32_t seed)
-        : roots{volume, plain}, random(seed)
+              std::vector<std::string> folders, uint32_t seed)
+        : roots{volume, plain}, areas(std::move(folders)), random(seed)
     {
     }
     ~Exerciser()
@@ -68,8 +68,10 @@ class Exerciser
         while (!open_files.empty()) {
             Close();
         }
-        if (difference.empty()) {
-            CompareTree("");
+        for (const std::string &area : areas) {
+            if (difference.empty()) {
+                CompareTree(area);
+            }
         }
         return difference;
     }
@@ -85,7 +87,7 @@ class Exerciser
     {
         static const std::array<const char *, 7> names = {
             "a", "b.txt", "Übung c", "d", "e.txt", "folder", "写真"};
-        std::string path;
+        std::string path = areas[Below(areas.size())];
         const size_t depth = 1 + Below(DEEPEST);
         for (size_t i = 0; i < depth; ++i) {
             path += "/";
@@ -329,6 +331,7 @@ class Exerciser
     }
 
     const std::array<std::string, 2> roots;
+    const std::vector<std::string> areas;
     std::mt19937 random;
     std::vector<Pair> open_files;
     std::string difference;
@@ -337,7 +340,8 @@ class Exerciser
 } // namespace
 
 std::string Exercise(const std::string &volume, const std::string &plain,
-                     uint32_t seed, unsigned steps)
+                     const std::vector<std::string> &areas, uint32_t seed,
+                     unsigned steps)
 {
-    return Exerciser(volume, plain, seed).Run(steps);
+    return Exerciser(volume, plain, areas, seed).Run(steps);
 }

@@ -5,8 +5,12 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
-// `steps` random steps in two empty folders, from a seed. Empty, or what
-// differed first. Runs in the calling process.
+// `steps` random steps in two folders, from a seed: in those folders below each
+// that `areas` names ("/a"; "" for the folder itself), which are there and empty,
+// and from one of them to another. Empty, or what differed first. Runs in the
+// calling process.
 std::string Exercise(const std::string &volume, const std::string &plain,
-                     uint32_t seed, unsigned steps);
+                     const std::vector<std::string> &areas, uint32_t seed,
+                     unsigned steps);
