@@ -25,6 +25,8 @@ std::unordered_set<const _KTL_OBJECT *> unfinished;
 
 // Folders that have more on the device than listings show; likewise.
 std::unordered_set<const _KTL_OBJECT *> leftOut;
+// Of which nobody knows whether they are still as they were.
+std::unordered_set<const _KTL_OBJECT *> doubtful;
 
 _KTL_OBJECT *fromAddress(uint64_t address)
 {
@@ -106,6 +108,7 @@ void destroyObject(_KTL_OBJECT *object, libiusb_afc *afc)
 {
     unfinished.erase(object);
     leftOut.erase(object);
+    doubtful.erase(object);
     UnlinkObject(object);
     closeHandles(object, afc);
     free(object->file_name);
@@ -134,20 +137,6 @@ bool isOpenOrStaged(const _KTL_OBJECT *object)
 {
     return object->open_count > 0 || object->file_handle != 0 ||
            object->hhandle != 0 || object->type == KTL_STAGED;
-}
-
-bool holdsOpenOrStaged(_KTL_OBJECT *object)
-{
-    if (isOpenOrStaged(object)) {
-        return true;
-    }
-    const _KTL_LIST *head = ChildList(object);
-    for (_KTL_LIST *at = head->next; at != head; at = at->next) {
-        if (holdsOpenOrStaged(ObjectOfSibling(at))) {
-            return true;
-        }
-    }
-    return false;
 }
 
 std::string childPathOf(const char *path, const _KTL_OBJECT *child)
@@ -361,6 +350,7 @@ void ClearCatalogue(libiusb_afc *afc)
     Object_list.clear();
     unfinished.clear();
     leftOut.clear();
+    doubtful.clear();
 }
 
 void NoteListing(const _KTL_OBJECT *folder, bool complete)
@@ -387,6 +377,37 @@ bool HasLeftOut(const _KTL_OBJECT *folder)
     return leftOut.contains(folder);
 }
 
+bool HoldsOpenOrStaged(_KTL_OBJECT *object)
+{
+    if (isOpenOrStaged(object)) {
+        return true;
+    }
+    const _KTL_LIST *head = ChildList(object);
+    for (_KTL_LIST *at = head->next; at != head; at = at->next) {
+        if (HoldsOpenOrStaged(ObjectOfSibling(at))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void NoteDoubtful(const char *path)
+{
+    const _KTL_OBJECT *folder = GetParentObject(path);
+    _KTL_OBJECT *object = FindObject(path);
+    if (folder != nullptr) {
+        NoteListing(folder, false);
+    }
+    if (object != nullptr && !HoldsOpenOrStaged(object)) {
+        doubtful.insert(object);
+    }
+}
+
+bool IsDoubtful(const _KTL_OBJECT *object)
+{
+    return doubtful.contains(object);
+}
+
 void DropUnfinishedListing(const char *path)
 {
     _KTL_OBJECT *folder = FindObject(path);
@@ -395,7 +416,7 @@ void DropUnfinishedListing(const char *path)
     }
     forEachChild(ChildList(folder), path,
                  [](_KTL_OBJECT *child, const std::string &childPath) {
-                     if (holdsOpenOrStaged(child)) {
+                     if (HoldsOpenOrStaged(child)) {
                          return;
                      }
                      DeleteChildObject(child, childPath.c_str());

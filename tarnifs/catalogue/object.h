@@ -150,6 +150,17 @@ bool IsListingUnfinished(const _KTL_OBJECT *folder);
 void NoteLeftOut(const _KTL_OBJECT *folder);
 bool HasLeftOut(const _KTL_OBJECT *folder);
 
+// Whether a record, or one below it, is open or staged: what it holds is nowhere
+// else.
+bool HoldsOpenOrStaged(_KTL_OBJECT *object);
+
+// After a call that changes the device and whose answer was lost: nobody knows
+// what is at the path now. Its record stays, but marked, unless something in it
+// is open or staged; and its folder counts as not listed, so that the next look
+// asks the device. The mark goes with the record.
+void NoteDoubtful(const char *path);
+bool IsDoubtful(const _KTL_OBJECT *object);
+
 // Deletes what an unfinished listing of the folder made, so that the next try
 // starts afresh; a folder that is not marked keeps everything. Records (and
 // folders of records) that are open or staged stay: what they hold is nowhere

@@ -37,6 +37,10 @@ struct _KTL_OBJECT;
 int UploadStaged(const _CONTEXT *context, _KTL_OBJECT *object, const char *from,
                  const char *to, libiusb_afc *afc);
 
+// The same for every staged file at or below a path, the first failure ends it.
+int UploadAllStaged(const _CONTEXT *context, _KTL_OBJECT *object,
+                    const char *from, const char *to, libiusb_afc *afc);
+
 // As uploadfile at the end of the device file, through the main connection; the
 // local file stays.
 int uploadfileappend(const _CONTEXT *context, const char *from, const char *to);

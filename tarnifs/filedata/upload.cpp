@@ -13,6 +13,7 @@
 #include "tarnifs/catalogue/object.h"
 #include "tarnifs/filedata/create.h"
 #include "tarnifs/mount/private_folder.h"
+#include "tarnifs/names/device_path.h"
 #include "util/log.h"
 
 namespace
@@ -149,6 +150,26 @@ int UploadStaged(const _CONTEXT *context, _KTL_OBJECT *object, const char *from,
         object->type = KTL_ORDINARY;
     }
     return copied;
+}
+
+int UploadAllStaged(const _CONTEXT *context, _KTL_OBJECT *object,
+                    const char *from, const char *to, libiusb_afc *afc)
+{
+    if (object->type == KTL_STAGED) {
+        return UploadStaged(context, object, from, to, afc);
+    }
+    const _KTL_LIST *head = ChildList(object);
+    for (_KTL_LIST *at = head->next; at != head; at = at->next) {
+        _KTL_OBJECT *child = ObjectOfSibling(at);
+        const char *name = child->file_name == nullptr ? "" : child->file_name;
+        const int ret =
+            UploadAllStaged(context, child, ChildPath(from, name).c_str(),
+                            ChildPath(to, name).c_str(), afc);
+        if (ret != 0) {
+            return ret;
+        }
+    }
+    return 0;
 }
 
 int uploadfileappend(const _CONTEXT *context, const char *from, const char *to)

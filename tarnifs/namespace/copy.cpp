@@ -7,7 +7,8 @@
 namespace
 {
 
-constexpr uint32_t PIECE = 65536; // bytes
+constexpr uint32_t PIECE = 65536;      // bytes
+constexpr uint64_t LARGE = 16 * PIECE; // takes more than a moment
 
 int failedRead(const FILE_COPY &copy, int ret)
 {
@@ -66,6 +67,26 @@ int copyPieces(FILE_COPY &copy)
     }
     copy.info.size = offset;
     return 0;
+}
+
+// A source that was read up to a size that ends a piece may have grown after
+// that, and a large one was on its way for a while. One that will be removed must
+// be as it was read.
+int checkUnchanged(const FILE_COPY &copy)
+{
+    if (copy.sourceStays ||
+        (copy.info.size % PIECE != 0 && copy.info.size < LARGE)) {
+        return 0;
+    }
+    libiusb_afc_file_info info{};
+    const int ret = libiusb_afc_file_get_info(copy.sourceAfc,
+                                              copy.sourcePath.c_str(), &info);
+    if (ret != 0) {
+        return failedRead(copy, ret);
+    }
+    return info.size == copy.info.size
+               ? 0
+               : failedRead(copy, LIBIUSB_ERROR_AFC_OBJECT_BUSY);
 }
 
 } // namespace
@@ -158,7 +179,10 @@ int CopyFile(FILE_COPY &copy)
         ret = failedWrite(copy, drained);
     }
     const int closed = copy.target.close();
-    return ret == 0 && closed != 0 ? failedWrite(copy, closed) : ret;
+    if (ret == 0 && closed != 0) {
+        ret = failedWrite(copy, closed);
+    }
+    return ret == 0 ? checkUnchanged(copy) : ret;
 }
 
 void NoteUnfinished(const FILE_COPY &copy, _KTL_OBJECT *folder,

@@ -58,6 +58,7 @@ struct FILE_COPY {
     DeviceFile source = {};
     DeviceFile target = {};
     libiusb_afc_file_info info = {}; // of the source
+    bool sourceStays = false;        // it is not removed afterwards
 };
 
 // Tells the device layer that the source is about to be asked about and read.
@@ -73,7 +74,7 @@ int OpenTarget(FILE_COPY &copy);
 // the target from its beginning; both ends are open. Logged. Closes the target
 // whatever happens; the source stays open, but nothing more can be read from it.
 // 0 only when all of it is confirmed. A source that has become shorter is a
-// failure.
+// failure, and so is one that changed its size by the end when it is to go.
 int CopyFile(FILE_COPY &copy);
 
 // After a failure that left an unfinished target: its record gets the size that

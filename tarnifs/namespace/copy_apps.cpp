@@ -19,8 +19,9 @@ int CopyApps(_CONTEXT *context, const char *from, const char *to)
     if (ret != 0) {
         return ret;
     }
-    ret = libiusb_afc_make_directory(context->afc_handle,
-                                     StorageDevicePath(to).c_str());
+    ret = NoteTarget(move,
+                     libiusb_afc_make_directory(context->afc_handle,
+                                                StorageDevicePath(to).c_str()));
     if (ret != 0) {
         QNLog(3, "%s make directory failed. to : %s", self, to);
         return ret;

@@ -8,6 +8,9 @@
 namespace
 {
 
+// Folders within each other; beyond it a device is making them up.
+constexpr size_t DEEPEST = 500;
+
 _KTL_OBJECT *finishTarget(const MOVE &move, _KTL_OBJECT *target, uint16_t mode)
 {
     target->mode = mode;
@@ -65,6 +68,14 @@ int CheckTargetKind(const MOVE &move, bool isFolder)
                     : LIBIUSB_ERROR_AFC_OBJECT_IS_DIR;
 }
 
+int NoteTarget(const MOVE &move, int result)
+{
+    if (result == LIBIUSB_ERROR_LOST_CONNECTION) {
+        NoteDoubtful(move.to);
+    }
+    return result;
+}
+
 _KTL_OBJECT *LinkFile(const MOVE &move)
 {
     return finishTarget(move, MakeTarget(move.to, move.source), KTL_MODE_FILE);
@@ -86,6 +97,9 @@ _KTL_OBJECT *LinkFolder(const MOVE &move)
 int MoveEntries(const MOVE &move, const std::vector<std::string> &names,
                 MOVE_ENTRY moveEntry)
 {
+    if (PathDepth(move.from) > DEEPEST) {
+        return LIBIUSB_ERROR_AFC_TOO_MUCH_DATA;
+    }
     for (const std::string &name : names) {
         const std::string from = ChildPath(move.from, name);
         const std::string to = ChildPath(move.to, name);
@@ -117,17 +131,14 @@ void NoteRemoved(const MOVE &move, int result)
         DeleteObject(move.source, move.from);
         return;
     }
-    const _KTL_OBJECT *folder = GetParentObject(move.from);
-    if (result == LIBIUSB_ERROR_LOST_CONNECTION && folder != nullptr) {
-        NoteListing(folder, false);
+    if (result == LIBIUSB_ERROR_LOST_CONNECTION) {
+        NoteDoubtful(move.from);
     }
 }
 
 int UploadSource(const MOVE &move, libiusb_afc *afc,
                  const std::string &devicePath)
 {
-    return move.source->type == KTL_STAGED
-               ? UploadStaged(move.context, move.source, move.from,
-                              devicePath.c_str(), afc)
-               : 0;
+    return UploadAllStaged(move.context, move.source, move.from,
+                           devicePath.c_str(), afc);
 }

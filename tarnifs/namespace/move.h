@@ -35,6 +35,10 @@ int CheckRoom(const MOVE &move, uint64_t size);
 // kind.
 int CheckTargetKind(const MOVE &move, bool isFolder);
 
+// After the opening or making of the target was tried, with that result, which it
+// gives back: without an answer the device may have the target, and empty.
+int NoteTarget(const MOVE &move, int result);
+
 // The device has the target now: its record replaces one that was there and goes
 // to the end of its folder's list. A folder that was there keeps its entries.
 _KTL_OBJECT *LinkFile(const MOVE &move);
@@ -49,7 +53,7 @@ int MoveEntries(const MOVE &move, const std::vector<std::string> &names,
 std::vector<std::string> ChildNames(const _KTL_OBJECT *folder);
 
 // After the source's removal was tried, with that result: its record goes when
-// the device has it no more. Without an answer its folder will be listed anew.
+// the device has it no more, or gave no answer.
 void NoteRemoved(const MOVE &move, int result);
 
 // A source whose contents wait in the private folder: brings them to the device

@@ -12,23 +12,24 @@ namespace
 
 constexpr const char *PHOTO_ROOT = "/Media/Photo";
 
-// What is left to do once the target is open and in its folder's list.
-int fillTarget(FILE_COPY &copy, _KTL_OBJECT *target, const MEDIA_LINES &lines)
+// The source first: what is at the target must not be emptied for nothing.
+int openSource(const MOVE &move, FILE_COPY &copy, const MEDIA_LINES &lines)
 {
+    AnnounceSource(copy);
     int ret = AskSource(copy);
     if (ret != 0) {
         QNLog(3, "%s get file info failed. ret : %d", copy.self, ret);
         return ret;
     }
-    target->size = copy.info.size;
+    ret = CheckRoom(move, copy.info.size);
+    if (ret != 0) {
+        return ret;
+    }
     ret = OpenSource(copy);
     if (ret != 0) {
         QNLog(3, "%s %slibiusb_afc_file_open failed, ret : %d", copy.self,
               lines.openSource, ret);
-        return ret;
     }
-    ret = CopyFile(copy);
-    target->size = copy.info.size;
     return ret;
 }
 
@@ -40,14 +41,19 @@ void lowerFreeCapacity(_CONTEXT *context, uint64_t size)
 
 int copyItem(const MOVE &move, FILE_COPY &copy, const MEDIA_LINES &lines)
 {
-    AnnounceSource(copy);
-    int ret = OpenTarget(copy);
+    copy.sourceStays = true;
+    int ret = openSource(move, copy, lines);
+    if (ret != 0) {
+        return ret;
+    }
+    ret = NoteTarget(move, OpenTarget(copy));
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_file_open failed, ret : %d", copy.self, ret);
         return ret;
     }
     _KTL_OBJECT *target = LinkFile(move);
-    ret = fillTarget(copy, target, lines);
+    ret = CopyFile(copy);
+    target->size = copy.info.size;
     const int closed = copy.source.close();
     if (ret != 0) {
         copy.target.close();
@@ -84,8 +90,10 @@ int copyFile(const MOVE &move, libiusb_afc *targetAfc,
 void listAlbums(const MOVE &move)
 {
     for (const std::string &name : ChildNames(move.source)) {
-        enumMedia(move.context, ChildPath(move.from, name).c_str(), nullptr,
-                  nullptr);
+        const std::string path = ChildPath(move.from, name);
+        if (enumMedia(move.context, path.c_str(), nullptr, nullptr) != 0) {
+            NoteListing(GetObject(path.c_str()), false);
+        }
     }
 }
 
@@ -95,19 +103,24 @@ int listFolder(const MOVE &move)
         return 0;
     }
     DropUnfinishedListing(move.from);
+    NoteListing(move.source, true); // unless it says otherwise
     const int ret = enumMedia(move.context, move.from, nullptr, nullptr);
-    NoteListing(move.source, ret == 0);
-    if (ret == 0 && strcmp(move.from, PHOTO_ROOT) == 0) {
+    if (ret != 0) {
+        NoteListing(move.source, false);
+        return ret;
+    }
+    if (strcmp(move.from, PHOTO_ROOT) == 0) {
         listAlbums(move);
     }
-    return ret;
+    return IsListingUnfinished(move.source) ? LIBIUSB_ERROR_LOST_CONNECTION : 0;
 }
 
 int copyFolder(const MOVE &move, libiusb_afc *targetAfc,
                const std::string &targetPath, const MEDIA_LINES &lines,
                MOVE_ENTRY moveEntry)
 {
-    int ret = libiusb_afc_make_directory(targetAfc, targetPath.c_str());
+    int ret = NoteTarget(
+        move, libiusb_afc_make_directory(targetAfc, targetPath.c_str()));
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_make_directory failed. to(%s)%c ret : %d",
               move.self, targetPath.c_str(), lines.afterFolder, ret);

@@ -79,8 +79,8 @@ int readNames(libiusb_afc *afc, const std::string &path, BusySignal &busy,
 // stays.
 int moveEntries(const MOVE &move, const FILE_COPY &copy, BusySignal &busy)
 {
-    int ret =
-        libiusb_afc_make_directory(copy.targetAfc, copy.targetPath.c_str());
+    int ret = NoteTarget(move, libiusb_afc_make_directory(
+                                   copy.targetAfc, copy.targetPath.c_str()));
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_make_directory failed, path(%s), ret : %d",
               SELF, copy.targetPath.c_str(), ret);
@@ -109,20 +109,18 @@ int finishFile(const MOVE &move, FILE_COPY &copy, _KTL_OBJECT *target)
 // ---------------------------------------------------------------------------
 // From the storage area
 
+// The source first: what is at the target must not be emptied for nothing.
 int copyFromStorage(const MOVE &move, FILE_COPY &copy)
 {
-    int ret = OpenTarget(copy);
+    int ret = OpenSource(copy);
+    if (ret == 0) {
+        ret = NoteTarget(move, OpenTarget(copy));
+    }
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_file_open failed, ret : %d", SELF, ret);
         return ret;
     }
-    _KTL_OBJECT *target = LinkFile(move);
-    ret = OpenSource(copy);
-    if (ret != 0) {
-        QNLog(3, "%s libiusb_afc_file_open failed, ret : %d", SELF, ret);
-        return ret;
-    }
-    ret = finishFile(move, copy, target);
+    ret = finishFile(move, copy, LinkFile(move));
     copy.source.close();
     return ret;
 }
@@ -145,8 +143,8 @@ int fileFromStorage(const MOVE &move, FILE_COPY &copy)
 int folderFromStorage(const MOVE &move, const FILE_COPY &copy, BusySignal &busy)
 {
     const int ret = moveEntries(move, copy, busy);
-    if (ret != 0) {
-        return ret;
+    if (ret != 0 || move.from == STORAGE_AREA) {
+        return ret; // the area itself stays, empty
     }
     const int removed =
         libiusb_afc_file_remove(copy.sourceAfc, copy.sourcePath.c_str());
@@ -216,7 +214,7 @@ int fileFromApp(const MOVE &move, FILE_COPY &copy)
 {
     int ret = openEnd(OpenSource, copy, copy.sourcePath);
     if (ret == 0) {
-        ret = openEnd(OpenTarget, copy, copy.targetPath);
+        ret = NoteTarget(move, openEnd(OpenTarget, copy, copy.targetPath));
     }
     if (ret == 0) {
         ret = finishFile(move, copy, LinkFile(move));
@@ -315,6 +313,10 @@ int renameOnDevice(const MOVE &move, libiusb_afc *client)
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_rename filed, from(%s), to(%s), ret : %d",
               SELF, from.c_str(), to.c_str(), ret);
+        if (ret == LIBIUSB_ERROR_LOST_CONNECTION) {
+            NoteDoubtful(move.from);
+            NoteDoubtful(move.to);
+        }
     }
     return ret;
 }

@@ -26,28 +26,22 @@ int removeSource(const MOVE &move, HouseClient &client)
     return client.close();
 }
 
-// What is left to do once the target is open.
-int fillTarget(FILE_COPY &copy, _KTL_OBJECT *target)
+// The source first: what is at the target must not be emptied for nothing.
+int copyFile(const MOVE &move, FILE_COPY &copy)
 {
     int ret = OpenSource(copy);
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_file_open failed, ret : %d", SELF, ret);
         return ret;
     }
-    ret = CopyFile(copy);
-    target->size = copy.info.size;
-    return ret;
-}
-
-int copyFile(const MOVE &move, FILE_COPY &copy)
-{
-    int ret = OpenTarget(copy);
+    ret = NoteTarget(move, OpenTarget(copy));
     if (ret != 0) {
         QNLog(3, "%s  libiusb_afc_file_open failed, ret : %d", SELF, ret);
         return ret;
     }
     _KTL_OBJECT *target = LinkFile(move);
-    ret = fillTarget(copy, target);
+    ret = CopyFile(copy);
+    target->size = copy.info.size;
     copy.source.close();
     if (ret != 0) {
         copy.target.close();
@@ -113,7 +107,8 @@ int moveFolder(const MOVE &move, HouseClient &client)
         return ret;
     }
     const std::string path = StorageDevicePath(move.to);
-    ret = libiusb_afc_make_directory(move.context->afc_handle, path.c_str());
+    ret = NoteTarget(move, libiusb_afc_make_directory(move.context->afc_handle,
+                                                      path.c_str()));
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_make_directory failed. path(%s), ret : %d",
               SELF, path.c_str(), ret);

@@ -1,5 +1,6 @@
 #include "tarnifs/namespace/rename.h"
 
+#include <new>
 #include <string>
 
 #include "tarnifs/catalogue/key.h"
@@ -54,19 +55,20 @@ int renameInStorage(_CONTEXT *context, _KTL_OBJECT *source, const char *from,
 {
     const std::string deviceFrom = StorageDevicePath(from);
     const std::string deviceTo = StorageDevicePath(to);
-    int ret = 0;
-    if (source->type == KTL_STAGED) {
-        ret = UploadStaged(context, source, from, deviceFrom.c_str(),
-                           context->afc_handle);
-        if (ret != 0) {
-            return ret;
-        }
+    int ret = UploadAllStaged(context, source, from, deviceFrom.c_str(),
+                              context->afc_handle);
+    if (ret != 0) {
+        return ret;
     }
     ret = libiusb_afc_rename(context->afc_handle, deviceFrom.c_str(),
-                                       deviceTo.c_str());
+                             deviceTo.c_str());
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_rename failed. from(%s) to(%s). error : %d",
               SELF, deviceFrom.c_str(), deviceTo.c_str(), ret);
+        if (ret == LIBIUSB_ERROR_LOST_CONNECTION) {
+            NoteDoubtful(from);
+            NoteDoubtful(to);
+        }
         return ret;
     }
     _KTL_OBJECT *target = NoteRenamed(from, to);
@@ -182,5 +184,9 @@ _KTL_OBJECT *NoteRenamed(const char *from, const char *to)
 int tarnifs_rename(const char *from, const char *to)
 {
     const TarniLock lock;
-    return renameLocked(from, to);
+    try {
+        return renameLocked(from, to);
+    } catch (const std::bad_alloc &) {
+        return report(LIBIUSB_ERROR_NO_MEMORY);
+    }
 }

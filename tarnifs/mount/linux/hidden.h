@@ -17,6 +17,23 @@ struct HiddenFile {
     std::string hidden;
 };
 
+// One that was to be replaced, and by what.
+struct ReplacedFile {
+    HiddenFile file;
+    std::string source; // in the catalogue's spelling
+};
+
+// A rename failed, and nobody could tell whether the device has carried it out:
+// by the hidden name, until it is known.
+void NoteUnsettled(const ReplacedFile &file);
+std::optional<ReplacedFile> UnsettledOf(const std::string &hidden);
+void ForgetUnsettled(const std::string &hidden);
+
+// Before libfuse removes a hidden name: finds out what became of such a rename,
+// and brings the file back or lets it go. 0, or -EIO when that is still not
+// known and the file must stay.
+int SettleBeforeUnlink(const char *hidden);
+
 // The calling thread renamed a file to a hidden name.
 void NoteHidden(const HiddenFile &file);
 

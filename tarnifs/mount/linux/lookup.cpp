@@ -70,7 +70,8 @@ Look LookAt(const std::string &folder, const std::string &name)
     Look look;
     look.spelled = ChildPath(
         folder, object->file_name != nullptr ? object->file_name : name);
-    look.exists = IsLinked(object) || IsUnlistedFound(look.spelled);
+    look.exists = !IsDoubtful(object) &&
+                  (IsLinked(object) || IsUnlistedFound(look.spelled));
     look.folder = object->mode == KTL_MODE_FOLDER;
     return look;
 }

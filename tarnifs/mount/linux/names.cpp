@@ -63,6 +63,10 @@ int RmdirAdapter(const char *path)
 int UnlinkAdapter(const char *path)
 {
     const Gate gate;
+    const int settled = SettleBeforeUnlink(path);
+    if (settled != 0) {
+        return settled;
+    }
     if (ForgetRestored(path)) {
         return 0;
     }

@@ -69,6 +69,20 @@ int CheckTargetFolder(const std::string &to)
     return IsWritablePlace(to) && PathIsFolder(to) ? CheckEmpty(to) : 0;
 }
 
+// Whether a rename's target is there: one that appeared on the device since its
+// folder was listed must not be replaced unasked.
+int FindTarget(const char *to, const std::string &target, bool *exists)
+{
+    std::string existing;
+    *exists = ResolvePath(to, &existing) == 0;
+    if (*exists || !IsWritablePlace(target)) {
+        return 0;
+    }
+    const int ret = AskAboutAppeared(MountContext(), target);
+    *exists = ret == 0;
+    return ret == -ENOENT ? 0 : ret;
+}
+
 int Rename(const char *from, const char *to, bool replace)
 {
     std::string source;
@@ -80,12 +94,44 @@ int Rename(const char *from, const char *to, bool replace)
     if (ret != 0 || source == target) {
         return ret;
     }
-    std::string existing;
-    if (!replace && ResolvePath(to, &existing) == 0) {
-        return -EEXIST;
+    bool exists = false;
+    ret = FindTarget(to, target, &exists);
+    if (ret == 0 && exists && !replace) {
+        ret = -EEXIST;
     }
-    ret = CheckTargetFolder(target);
+    if (ret == 0) {
+        ret = CheckTargetFolder(target);
+    }
+    // What is moved out of the media views is what their listing made.
+    if (ret == 0 && IsWithin(source, MEDIA_AREA) && PathIsFolder(source)) {
+        ret = EnsureListed(source);
+    }
     return ret != 0 ? ret : RenameWithAll(source, target);
+}
+
+// What became of a rename that failed after its target was put out of the way:
+// the target gets its name back, unless the device has carried the rename out
+// and only its answer was lost. 0 when that is settled. -EIO without an answer
+// about it: then the hidden file, which may be the only one there is, stays.
+int SettleReplaced(const ReplacedFile &replaced)
+{
+    const HiddenFile &file = replaced.file;
+    // What is in the media views, or was not even found, was not moved.
+    const bool stays =
+        replaced.source.empty() || IsWithin(replaced.source, MEDIA_AREA);
+    const int source = stays ? 0 : AskIfThere(MountContext(), replaced.source);
+    const int target = AskIfThere(MountContext(), file.original);
+    if (source == -EIO || target == -EIO) {
+        return -EIO;
+    }
+    if (source == -ENOENT && target == 0) {
+        return 0; // it was replaced
+    }
+    if (RenameWithAll(file.hidden, file.original) != 0) {
+        return -EIO;
+    }
+    NoteRestored(file);
+    return 0;
 }
 
 } // namespace
@@ -105,10 +151,26 @@ int RenameAdapter(const char *from, const char *to, unsigned flags)
     // When the target is open, libfuse has put it out of the way before: a
     // rename that fails must bring it back.
     const std::optional<HiddenFile> hidden = TakeHidden(to);
+    std::string source;
+    if (hidden) {
+        ResolvePath(from, &source);
+    }
     const int ret = Rename(from, to, (flags & RENAME_NOREPLACE) == 0);
-    if (ret != 0 && hidden &&
-        RenameWithAll(hidden->hidden, hidden->original) == 0) {
-        NoteRestored(*hidden);
+    if (ret != 0 && hidden && SettleReplaced({*hidden, source}) != 0) {
+        NoteUnsettled({*hidden, source});
     }
     return WithoutEnosys(ret);
+}
+
+int SettleBeforeUnlink(const char *hidden)
+{
+    const std::optional<ReplacedFile> replaced = UnsettledOf(hidden);
+    if (!replaced) {
+        return 0;
+    }
+    const int ret = SettleReplaced(*replaced);
+    if (ret == 0) {
+        ForgetUnsettled(hidden);
+    }
+    return ret;
 }

@@ -171,6 +171,17 @@ int AskAboutAppeared(_CONTEXT *context, const std::string &path)
     return 0;
 }
 
+int AskIfThere(_CONTEXT *context, const std::string &path)
+{
+    const TarniLock lock;
+    libiusb_afc_file_info info{};
+    const int ret = GetInfo(context, path, &info);
+    if (ret == LIBIUSB_ERROR_AFC_OBJECT_NOT_FOUND) {
+        return -ENOENT;
+    }
+    return ret == LIBIUSB_SUCCESS ? 0 : -EIO;
+}
+
 void ShowLeftOut(_CONTEXT *context, const std::string &folder)
 {
     for (const std::string &name : LeftOutNames(context, folder)) {

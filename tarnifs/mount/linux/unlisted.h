@@ -24,6 +24,10 @@ int AskAboutUnlisted(_CONTEXT *context, const std::string &path);
 // -ENOENT, or -EIO when the device could not answer.
 int AskAboutAppeared(_CONTEXT *context, const std::string &path);
 
+// Whether the device has something at a path, whatever the catalogue says. 0,
+// -ENOENT, or -EIO when it could not answer.
+int AskIfThere(_CONTEXT *context, const std::string &path);
+
 // Asks the device for the names that listings of a folder left out, if any, and
 // puts them into the folder's list: from then on they show. Files that a mount
 // which was killed had removed while they were open are removed now.
