@@ -197,6 +197,7 @@ _KTL_OBJECT *ObjectOfSibling(_KTL_LIST *link)
 
 void LinkChild(_KTL_OBJECT *parent, _KTL_OBJECT *child)
 {
+    doubtful.erase(child); // whoever links it has just seen it
     UnlinkObject(child);
     _KTL_LIST *head = ChildList(parent);
     _KTL_LIST *link = SiblingLink(child);

@@ -157,7 +157,7 @@ bool HoldsOpenOrStaged(_KTL_OBJECT *object);
 // After a call that changes the device and whose answer was lost: nobody knows
 // what is at the path now. Its record stays, but marked, unless something in it
 // is open or staged; and its folder counts as not listed, so that the next look
-// asks the device. The mark goes with the record.
+// asks the device. The mark goes when the record is linked anew, or with it.
 void NoteDoubtful(const char *path);
 bool IsDoubtful(const _KTL_OBJECT *object);
 
