@@ -69,7 +69,9 @@ TEST_F(Apps, OnlyThoseThatShareInChunks)
         {"fail Browse 1 NotEntitled", LIBIUSB_ERROR_INSTPROXY},
         {"drop Browse", LIBIUSB_ERROR_LOST_CONNECTION},
         {"stall Browse 1", LIBIUSB_ERROR_LOST_CONNECTION}};
-    for (auto [fault, code] : faults) {
+    for (const auto &each : faults) {
+        const char *fault = each.first;
+        const int code = each.second;
         sim->control(fault);
         libiusb_app *apps = nullptr;
         expectWithin(2000, [&] {

@@ -230,7 +230,9 @@ TEST_F(Fault, ADeadSessionIsReplacedAndAGoodOneKept)
          LIBIUSB_ERROR_SERVICE_REFUSED},
         {"fail StartService 1 Whatever", LIBIUSB_ERROR_LOCKDOWN},
         {"stall StartService 1", LIBIUSB_ERROR_LOST_CONNECTION}};
-    for (auto [fault, code] : refusals) {
+    for (const auto &each : refusals) {
+        const char *fault = each.first;
+        const int code = each.second;
         sim->control(fault);
         expectWithin(2000, [&] {
             EXPECT_EQ(libiusb_instproxy_init(opened->device, &proxy), code);

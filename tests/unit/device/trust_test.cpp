@@ -53,7 +53,9 @@ TEST(Trust, WhatTheDeviceSaysAndWhatComesOfIt)
         {"stall on", LIBIUSB_ERROR_LOST_CONNECTION},
         {"stall off", 0},
         {"trust stale", 0}};
-    for (auto [command, code] : steps) {
+    for (const auto &each : steps) {
+        const char *command = each.first;
+        const int code = each.second;
         SCOPED_TRACE(command);
         if (*command)
             sim.control(command);
