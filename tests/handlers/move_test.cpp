@@ -315,8 +315,8 @@ TEST_F(Move, NothingIsCutThatIsNotToBeReplaced)
     const char *other = "Could not rename or move the contents.\nError Code : ";
     fill("/Storage/dir");
     addSong("/Media/Music/itself", "/general_storage/doc.txt");
-    addMediaItem("/Media/Music/nowhere", "")->device_path =
-        ReplaceString(nullptr, nullptr);
+    _KTL_OBJECT *nowhere = addMediaItem("/Media/Music/nowhere", "");
+    nowhere->device_path = ReplaceString(nowhere->device_path, nullptr);
     for (const Case &each : {
              Case{"/Media/Music/itself", "/Storage/doc.txt", "-301"},
              Case{"/Media/Music/nowhere", "/Storage/old.txt", "-70"},
