@@ -9,7 +9,7 @@
 #include "tarnifs/listing/app_folder.h"
 #include "tarnifs/names/device_path.h"
 #include "tarnifs/names/encoding.h"
-#include "tarnifs/notify/tray_pipe.h"
+#include "tarnifs/notify/busy_signal.h"
 #include "util/log.h"
 
 namespace
@@ -31,16 +31,6 @@ void freeApps(libiusb_app *list)
 }
 
 using AppList = std::unique_ptr<libiusb_app, decltype(&freeApps)>;
-
-// Says "busy" for as long as it lives.
-class BusySignal
-{
-  public:
-    BusySignal() { sendPipeMsg(BUSY_ON); }
-    ~BusySignal() { sendPipeMsg(BUSY_OFF); }
-    BusySignal(const BusySignal &) = delete;
-    BusySignal &operator=(const BusySignal &) = delete;
-};
 
 // The folder's path: the app's name, with a number when it is taken already.
 std::string freeFolder(const std::string &name)
@@ -82,7 +72,8 @@ bool convertName(const libiusb_app &app, std::string *name)
 int listApps(_CONTEXT *context, _KTL_OBJECT *apps, void *buffer,
              tarni_filler filler)
 {
-    const BusySignal busy;
+    BusySignal busy;
+    busy.begin();
     libiusb_app *first = nullptr;
     const int ret =
         libiusb_instproxy_getAppId(context->instproxy_handle, &first);

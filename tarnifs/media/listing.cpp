@@ -1,20 +1,6 @@
 #include "tarnifs/media/listing.h"
 
-#include "tarnifs/notify/tray_pipe.h"
 #include "util/log.h"
-
-BusySignal::~BusySignal()
-{
-    if (on) {
-        sendPipeMsg(BUSY_OFF);
-    }
-}
-
-void BusySignal::begin()
-{
-    sendPipeMsg(BUSY_ON);
-    on = true;
-}
 
 bool ConnectionWatch::isLost(int code)
 {

@@ -12,20 +12,7 @@
 #include "tarnifs/media/statement.h"
 #include "tarnifs/mount/context.h"
 #include "tarnifs/mount/host.h"
-
-// Tells the tray helper of a long operation for as long as it lives.
-class BusySignal
-{
-  public:
-    BusySignal() = default;
-    ~BusySignal();
-    BusySignal(const BusySignal &) = delete;
-    BusySignal &operator=(const BusySignal &) = delete;
-    void begin();
-
-  private:
-    bool on = false;
-};
+#include "tarnifs/notify/busy_signal.h"
 
 // Follows the results of device calls. One lost connection is made up for by the
 // next call; several in a row mean that the device is gone, or back and still

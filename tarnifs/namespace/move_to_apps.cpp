@@ -6,6 +6,7 @@
 #include "tarnifs/names/device_path.h"
 #include "tarnifs/namespace/move.h"
 #include "tarnifs/namespace/rename.h"
+#include "tarnifs/notify/busy_signal.h"
 #include "tarnifs/notify/tray_pipe.h"
 #include "util/log.h"
 
@@ -13,29 +14,6 @@ namespace
 {
 
 constexpr const char *SELF = "movetoapps";
-
-// Says "busy" from turnOn to its own end.
-class BusySignal
-{
-  public:
-    BusySignal() = default;
-    ~BusySignal()
-    {
-        if (on) {
-            sendPipeMsg(BUSY_OFF);
-        }
-    }
-    BusySignal(const BusySignal &) = delete;
-    BusySignal &operator=(const BusySignal &) = delete;
-    void turnOn()
-    {
-        sendPipeMsg(BUSY_ON);
-        on = true;
-    }
-
-  private:
-    bool on = false;
-};
 
 // ---------------------------------------------------------------------------
 // Folders of the storage area and of other apps
@@ -59,7 +37,7 @@ int readNames(libiusb_afc *afc, const std::string &path, BusySignal &busy,
         return failedList(path, ret);
     }
     if (count > BUSY_ENTRIES) {
-        busy.turnOn();
+        busy.begin();
     }
     char **list = nullptr;
     ret = libiusb_afc_file_read_directory(afc, path.c_str(), &list, &count);
