@@ -184,6 +184,25 @@ void addCopy(CLI::App &app, Result *result)
         "  quorvel copy film.mp4 \"Anna's iPhone:/Storage/\"");
 }
 
+// The library says of a word that is no command only that a command is missing.
+bool isUnknownCommand(const CLI::App &app, const char *word)
+{
+    if (word == nullptr || *word == '-') {
+        return false;
+    }
+    const auto commands = app.get_subcommands(
+        [word](const CLI::App *command) { return command->check_name(word); });
+    return commands.empty();
+}
+
+int finish(const Result &result)
+{
+    if (!result.ok()) {
+        fprintf(stderr, "quorvel: %s\n", result.sentence.c_str());
+    }
+    return static_cast<int>(result.status);
+}
+
 int run(int argc, char **argv)
 {
     CLI::App app("Uses iPhones, iPads and iPods on a USB cable as volumes.",
@@ -199,16 +218,17 @@ int run(int argc, char **argv)
     addWatch(app, &result);
     addCopy(app, &result);
     addApps(app, &result);
+    if (isUnknownCommand(app, argc > 1 ? argv[1] : nullptr)) {
+        return finish(
+            helper::refuse(helper::message::UNKNOWN_COMMAND, {argv[1]}));
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0
                                     : static_cast<int>(helper::Status::Usage);
     }
-    if (!result.ok()) {
-        fprintf(stderr, "quorvel: %s\n", result.sentence.c_str());
-    }
-    return static_cast<int>(result.status);
+    return finish(result);
 }
 
 } // namespace

@@ -58,6 +58,9 @@ std::string fill(const char *sentence, const std::vector<std::string> &parts);
 namespace message
 {
 
+inline constexpr Message UNKNOWN_COMMAND = {
+    Status::Usage, "There is no command \"{}\"; see quorvel --help."};
+
 // Devices
 inline constexpr Message NO_DAEMON = {
     Status::NoDaemon, "usbmuxd does not answer. Is it installed and running?"};

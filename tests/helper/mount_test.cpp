@@ -53,6 +53,10 @@ TEST_F(MountTest, refusals_about_devices)
     simulator->Control("fail GetFileInfo 1 1");
     Refused({"Bert", "--options", "bogus_option"}, 15, "bogus_option");
     EXPECT_EQ(Quorvel({"mount", "--bogus"}).status, 2);
+    const Finished typo = Quorvel({"monut", "Bert"});
+    EXPECT_EQ(typo.status, 2);
+    EXPECT_NE(typo.out.find("no command \"monut\""), std::string::npos)
+        << typo.out;
 }
 
 TEST_F(MountTest, refusals_about_places)
