@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "helper/clock.h"
 #include "helper/copy_run.h"
 #include "helper/progress.h"
 #include "helper/screen.h"

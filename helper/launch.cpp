@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "helper/clock.h"
 #include "helper/mounts.h"
 #include "helper/process.h"
 #include "helper/text.h"

@@ -12,8 +12,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "helper/clock.h"
 #include "helper/mounts.h"
-#include "helper/text.h"
 
 namespace helper
 {

@@ -9,6 +9,7 @@
 #include <charconv>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -23,6 +24,7 @@ namespace
 
 constexpr std::string_view TYPE = "fuse.quorvelfs";
 constexpr std::string_view PROGRAM = "quorvelfs";
+constexpr double DEAD_SECONDS = 1;
 
 std::vector<std::string_view> split(std::string_view text, char separator)
 {
@@ -235,10 +237,20 @@ bool isMountPoint(const std::string &path)
 VolumeState askVolume(const std::string &point, double seconds)
 {
     VolumeState state;
-    if (!askInChild(answerFor, point.c_str(), &state, sizeof(state), seconds)) {
-        return {};
+    const char *path = point.c_str();
+    std::string told;
+    if (askInChild([path](int answer) { answerFor(path, answer); }, seconds,
+                   told) &&
+        told.size() == sizeof(state)) {
+        memcpy(&state, told.data(), sizeof(state));
     }
     return state;
+}
+
+bool hasDied(const Mount &mount)
+{
+    return mount.server == 0 &&
+           askVolume(mount.point, DEAD_SECONDS).error == ENOTCONN;
 }
 
 } // namespace helper

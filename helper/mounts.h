@@ -50,4 +50,8 @@ struct VolumeState {
 // Asks the volume, `seconds` at most. One whose start-up failed says so.
 VolumeState askVolume(const std::string &point, double seconds);
 
+// Whether the volume's file system has ended without being unmounted: every
+// access to its folder fails at once.
+bool hasDied(const Mount &mount);
+
 } // namespace helper

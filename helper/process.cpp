@@ -11,14 +11,16 @@
 #include <climits>
 #include <cstdlib>
 
+#include "helper/clock.h"
 #include "helper/descriptor.h"
-#include "helper/text.h"
 
 namespace helper
 {
 
 namespace
 {
+
+constexpr double KILL_SECONDS = 0.1;
 
 struct SpawnActions {
     posix_spawn_file_actions_t files;
@@ -54,43 +56,16 @@ struct SpawnActions {
     }
 };
 
-// Reads until the other end is closed; false when `until` comes first.
-bool readAll(int fd, double until, std::string &data)
+// A child that has not ended by then is killed, and left behind if even that
+// does not help: one that hangs in a volume may not hear it.
+int reapOrKill(pid_t pid, double until)
 {
-    char piece[4096];
-    for (;;) {
-        const int left = static_cast<int>((until - now()) * 1000);
-        pollfd waiting{fd, POLLIN, 0};
-        if (left <= 0 || poll(&waiting, 1, left) == 0) {
-            return false;
-        }
-        const ssize_t n = read(fd, piece, sizeof(piece));
-        if (n == 0) {
-            return true;
-        }
-        if (n > 0) {
-            data.append(piece, static_cast<size_t>(n));
-        }
+    const int status = reap(pid, until);
+    if (status < 0) {
+        kill(pid, SIGKILL);
+        reap(pid, now() + KILL_SECONDS);
     }
-}
-
-// The status of a child that ends before `until`, -1 of one that does not; it
-// is then killed, and left behind if even that does not help.
-int reap(pid_t pid, double until)
-{
-    int status = 0;
-    pid_t ended = 0;
-    while ((ended = waitpid(pid, &status, WNOHANG)) == 0 && now() < until) {
-        usleep(1000);
-    }
-    if (ended == pid) {
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    kill(pid, SIGKILL);
-    for (int i = 0; i < 100 && waitpid(pid, &status, WNOHANG) == 0; ++i) {
-        usleep(1000);
-    }
-    return -1;
+    return status;
 }
 
 bool executable(const std::string &path)
@@ -129,6 +104,38 @@ std::string findProgram(const std::string &name)
     return "";
 }
 
+bool readUntil(int fd, double until, std::string &data)
+{
+    char piece[65536];
+    for (;;) {
+        const int left = static_cast<int>((until - now()) * 1000);
+        pollfd waiting{fd, POLLIN, 0};
+        if (left <= 0 || poll(&waiting, 1, left) == 0) {
+            return false;
+        }
+        const ssize_t n = read(fd, piece, sizeof(piece));
+        if (n == 0) {
+            return true;
+        }
+        if (n > 0) {
+            data.append(piece, static_cast<size_t>(n));
+        }
+    }
+}
+
+int reap(pid_t pid, double until)
+{
+    int status = 0;
+    pid_t ended = 0;
+    while ((ended = waitpid(pid, &status, WNOHANG)) == 0 && now() < until) {
+        usleep(1000);
+    }
+    if (ended != pid) {
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
 pid_t startProgram(const Words &words, int output)
 {
     std::vector<char *> argv;
@@ -142,6 +149,7 @@ pid_t startProgram(const Words &words, int output)
                                      O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions.files, output, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions.files, output, STDERR_FILENO);
+    posix_spawn_file_actions_addclosefrom_np(&actions.files, 3);
     pid_t pid = -1;
     errno = posix_spawn(&pid, argv[0], &actions.files, &actions.attributes,
                         argv.data(), environ);
@@ -161,14 +169,15 @@ Ran runProgram(const Words &words, double seconds)
     if (pid < 0) {
         return ran;
     }
-    const bool ended = readAll(pipe.out.get(), until, ran.output);
-    ran.status = reap(pid, ended ? until : 0);
+    const bool ended = readUntil(pipe.out.get(), until, ran.output);
+    ran.status = reapOrKill(pid, ended ? until : 0);
     return ran;
 }
 
-bool askInChild(void (*act)(const char *path, int answer), const char *path,
-                void *answer, size_t size, double seconds)
+bool askInChild(const std::function<void(int answer)> &act, double seconds,
+                std::string &answer)
 {
+    answer.clear();
     Pipe pipe;
     if (!pipe.open()) {
         return false;
@@ -176,20 +185,12 @@ bool askInChild(void (*act)(const char *path, int answer), const char *path,
     const double until = now() + seconds;
     const pid_t pid = fork();
     if (pid == 0) {
-        act(path, pipe.in.get());
+        act(pipe.in.get());
         _exit(0);
     }
     pipe.in.reset();
-    std::string data;
-    const bool ended =
-        pid > 0 && readAll(pipe.out.get(), until, data) && data.size() == size;
-    if (pid > 0) {
-        reap(pid, ended ? until : 0);
-    }
-    if (ended) {
-        data.copy(static_cast<char *>(answer), size);
-    }
-    return ended;
+    const bool ended = pid > 0 && readUntil(pipe.out.get(), until, answer);
+    return pid > 0 && reapOrKill(pid, ended ? until : 0) == 0;
 }
 
 } // namespace helper

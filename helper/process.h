@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,8 +17,9 @@ using Words = std::vector<std::string>;
 std::string findProgram(const std::string &name);
 std::string ownProgram();
 
-// Starts a program with its standard output and error in `output` and nothing
-// on its standard input; signals as if started from a shell. -1 with errno.
+// Starts a program with its standard output and error in `output`, nothing on
+// its standard input and no other descriptor; signals as if started from a
+// shell. The first word is its path. -1 with errno.
 pid_t startProgram(const Words &words, int output);
 
 struct Ran {
@@ -29,10 +31,20 @@ struct Ran {
 // ended.
 Ran runProgram(const Words &words, double seconds);
 
-// Runs `act`, which may only make system calls, in a child, `seconds` at most:
-// for calls on a volume, which may hang. The child's answer is `size` bytes
-// written by `act` to the descriptor it is given. False when it gave none.
-bool askInChild(void (*act)(const char *path, int answer), const char *path,
-                void *answer, size_t size, double seconds);
+// Runs `act`, which may only make system calls where this process has threads,
+// in a child, `seconds` at most: for calls on a volume, which may hang. What it
+// writes to the descriptor it is given is the answer. False when it did not end
+// in time.
+bool askInChild(const std::function<void(int answer)> &act, double seconds,
+                std::string &answer);
+
+// Pieces of the above. `until` is a time of `now`.
+
+// Appends what can be read until the other end is closed; false when `until`
+// comes first.
+bool readUntil(int fd, double until, std::string &data);
+// The exit status of a child that ends before `until`, or 128 + the signal that
+// ended it; -1 of one that does not.
+int reap(pid_t pid, double until);
 
 } // namespace helper

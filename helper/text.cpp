@@ -126,6 +126,15 @@ std::string secondsText(double seconds)
     return text;
 }
 
+std::string clockText()
+{
+    const time_t now = time(nullptr);
+    tm local{};
+    localtime_r(&now, &local);
+    char text[16];
+    return {text, strftime(text, sizeof(text), "%H:%M:%S", &local)};
+}
+
 std::string countText(uint64_t count, const char *one, const char *many)
 {
     std::string digits = std::to_string(count);
@@ -133,14 +142,6 @@ std::string countText(uint64_t count, const char *one, const char *many)
         digits.insert(at - 3, ",");
     }
     return digits + " " + (count == 1 ? one : many);
-}
-
-double now()
-{
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return static_cast<double>(time.tv_sec) +
-           static_cast<double>(time.tv_nsec) / 1e9;
 }
 
 } // namespace helper

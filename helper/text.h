@@ -24,10 +24,10 @@ std::string bytesText(uint64_t bytes);
 // "1:05", "2:00:00"; "45 s" below a minute, "4.2 s" below ten seconds.
 std::string secondsText(double seconds);
 
+// The time of the day, "14:05:09".
+std::string clockText();
+
 // "1 file", "1,234 files".
 std::string countText(uint64_t count, const char *one, const char *many);
-
-// Seconds on a clock that only goes forward.
-double now();
 
 } // namespace helper

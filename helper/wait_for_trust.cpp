@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "helper/text.h"
+#include "helper/clock.h"
 
 namespace helper
 {

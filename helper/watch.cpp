@@ -7,6 +7,7 @@
 #include <list>
 #include <vector>
 
+#include "helper/clock.h"
 #include "helper/device_watcher.h"
 #include "helper/mount_point.h"
 #include "helper/mounts.h"

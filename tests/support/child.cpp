@@ -2,11 +2,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,42 +12,12 @@
 #include <fstream>
 #include <iterator>
 
+#include "helper/clock.h"
+#include "helper/descriptor.h"
+#include "helper/process.h"
+
 namespace
 {
-
-// Reads a pipe to its end; false when `until` comes first.
-bool Drain(int fd, double until, std::string *data)
-{
-    char piece[65536];
-    for (;;) {
-        pollfd waiting{fd, POLLIN, 0};
-        const int left = static_cast<int>((until - Now()) * 1000);
-        if (left <= 0 || poll(&waiting, 1, left) == 0) {
-            return false;
-        }
-        const ssize_t n = read(fd, piece, sizeof(piece));
-        if (n == 0) {
-            return true;
-        }
-        if (n > 0) {
-            data->append(piece, static_cast<size_t>(n));
-        }
-    }
-}
-
-int ExitStatus(int status)
-{
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-// A child that hangs in the volume can't be waited for; it is left to die.
-int Reap(pid_t pid, double limit)
-{
-    int status = 0;
-    const bool ended = Eventually(
-        [&] { return waitpid(pid, &status, WNOHANG) == pid; }, limit);
-    return ended ? ExitStatus(status) : -1;
-}
 
 void WriteAll(int fd, const void *data, size_t size)
 {
@@ -65,62 +32,22 @@ void WriteAll(int fd, const void *data, size_t size)
     }
 }
 
-[[noreturn]] void Become(const Words &words, const Environment &environment,
-                         int output)
+// The words that start a program in a changed environment.
+helper::Words InEnvironment(const Words &words, const Environment &environment)
 {
-    signal(SIGPIPE, SIG_DFL);
+    helper::Words all = {"/usr/bin/env", "LC_ALL=C.UTF-8"};
     for (const auto &[name, value] : environment) {
-        setenv(name.c_str(), value.c_str(), 1);
+        all.push_back(name + "=" + value);
     }
-    setenv("LC_ALL", "C.UTF-8", 1);
-    dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
-    dup2(output, STDOUT_FILENO);
-    dup2(output, STDERR_FILENO);
-    close_range(3, ~0U, 0);
-    std::vector<char *> argv;
-    for (const std::string &word : words) {
-        argv.push_back(const_cast<char *>(word.c_str()));
-    }
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    dprintf(STDERR_FILENO, "%s: %s\n", argv[0], strerror(errno));
-    _exit(127);
-}
-
-// Runs `act`, which must not return, with a pipe to write to.
-Finished RunChild(const std::function<void(int)> &act, double limit)
-{
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) {
-        return {};
-    }
-    const double begin = Now();
-    const pid_t pid = fork();
-    if (pid == 0) {
-        close(ends[0]);
-        act(ends[1]);
-    }
-    close(ends[1]);
-    Finished finished;
-    const bool ended = Drain(ends[0], begin + limit, &finished.out);
-    close(ends[0]);
-    if (!ended) {
-        kill(pid, SIGKILL);
-    }
-    const int status = Reap(pid, 5);
-    finished.status = ended ? status : -1;
-    finished.seconds = Now() - begin;
-    return finished;
+    all.insert(all.end(), words.begin(), words.end());
+    return all;
 }
 
 } // namespace
 
 double Now()
 {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) +
-           static_cast<double>(now.tv_nsec) / 1e9;
+    return helper::now();
 }
 
 bool Eventually(const std::function<bool()> &test, double seconds)
@@ -137,19 +64,20 @@ bool Eventually(const std::function<bool()> &test, double seconds)
 
 Outcome Access(const std::function<int(std::string *)> &act, double limit)
 {
-    Finished child = RunChild(
+    const double begin = Now();
+    std::string answer;
+    const bool ended = helper::askInChild(
         [&](int output) {
             std::string data;
             const int error = act(&data);
             WriteAll(output, &error, sizeof(error));
             WriteAll(output, data.data(), data.size());
-            _exit(0);
         },
-        limit);
-    Outcome outcome{-1, "", child.seconds};
-    if (child.status == 0 && child.out.size() >= sizeof(int)) {
-        memcpy(&outcome.error, child.out.data(), sizeof(int));
-        outcome.data = child.out.substr(sizeof(int));
+        limit, answer);
+    Outcome outcome{-1, "", Now() - begin};
+    if (ended && answer.size() >= sizeof(int)) {
+        memcpy(&outcome.error, answer.data(), sizeof(int));
+        outcome.data = answer.substr(sizeof(int));
     }
     return outcome;
 }
@@ -227,21 +155,19 @@ Outcome WriteFile(const std::string &path, int flags, const std::string &data)
 Finished RunProgram(const Words &words, const Environment &environment,
                     double limit)
 {
-    return RunChild([&](int output) { Become(words, environment, output); },
-                    limit);
+    const double begin = Now();
+    helper::Ran ran =
+        helper::runProgram(InEnvironment(words, environment), limit);
+    return {ran.status, std::move(ran.output), Now() - begin};
 }
 
 Process::Process(const Words &words, const Environment &environment,
                  std::string log_file)
     : pid(-1), log(std::move(log_file))
 {
-    const int output =
-        open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    pid = fork();
-    if (pid == 0) {
-        Become(words, environment, output);
-    }
-    close(output);
+    const helper::Descriptor output(
+        open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    pid = helper::startProgram(InEnvironment(words, environment), output.get());
 }
 
 Process::~Process()
@@ -269,7 +195,7 @@ bool Process::Running()
 int Process::Wait(double limit)
 {
     if (pid > 0) {
-        status = Reap(pid, limit);
+        status = helper::reap(pid, Now() + limit);
         if (status >= 0) {
             pid = -1;
         }
