@@ -38,6 +38,7 @@ struct Watch {
     const WatchOptions &options;
     Signals signals = Signals({SIGINT, SIGTERM, SIGHUP, SIGCHLD});
     Screen screen;
+    Notifier notifier;
     TrayPipe pipe;
     PipeReader reader;
     Transfers transfers;
@@ -51,7 +52,7 @@ void tell(Watch &watch, const Device &device, const std::string &text)
 {
     watch.screen.say(text);
     if (watch.options.notify) {
-        notifyDesktop(device.name, text);
+        watch.notifier.show(device.udid, device.name, text);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <regex>
 
 #include "helper/tray_pipe.h"
+#include "tests/helper/desktop.h"
 #include "tests/helper/fixture.h"
 
 namespace
@@ -126,5 +127,41 @@ TEST_F(WatchTest, several_devices)
     for (const char *name : {"Bert", "Bert 2"}) {
         EXPECT_EQ(List(Point(name)).data, "Apps\nMedia\nStorage\n");
         EXPECT_EQ(Quorvel({"unmount", Point(name)}).status, 0);
+    }
+}
+
+// Every text of a device takes the place of its last one, names are no markup,
+// and a desktop that does not answer holds nothing up.
+TEST_F(WatchTest, tells_the_desktop)
+{
+    environment["QUORVEL_NOTIFY_PIPE"] = work + "/pipe";
+    environment["DISPLAY"] = ":0"; // nothing is drawn there
+    Add("A <b> & B", {"--trust", "pending:1000"});
+    Serve();
+    for (const bool answers : {true, false}) {
+        Desktop desktop(work, answers);
+        environment["DBUS_SESSION_BUS_ADDRESS"] = desktop.Address();
+        const auto watch =
+            Start({"watch"}, answers ? "watch.log" : "silent.log");
+        if (answers) { // from then on the device is trusted
+            EXPECT_TRUE(Says(*watch, "Tap Trust on A <b> & B."));
+            EXPECT_TRUE(
+                Eventually([&] { return desktop.Shown().size() == 1; }));
+            simulator->Control("trust accept");
+        }
+        EXPECT_TRUE(Says(*watch, "is mounted at")) << watch->Output();
+        if (answers) {
+            EXPECT_TRUE(
+                Eventually([&] { return desktop.Shown().size() == 2; }));
+            const std::vector<Notification> shown = desktop.Shown();
+            ASSERT_EQ(shown.size(), 2U);
+            EXPECT_EQ(shown[0].title, "A <b> & B");
+            EXPECT_EQ(shown[0].text, "Tap Trust on A &lt;b&gt; &amp; B.");
+            EXPECT_EQ(shown[1].replaces, 1U);
+        }
+        watch->Signal(SIGINT);
+        const double begin = Now();
+        EXPECT_EQ(watch->Wait(30), 0) << watch->Output();
+        EXPECT_LT(Now() - begin, 10);
     }
 }
