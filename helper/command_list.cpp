@@ -109,7 +109,10 @@ Json volumeJson(const Told &told)
 std::vector<std::string> volumeRow(const Told &told)
 {
     const bool well = told.state.answer == Answer::Well;
-    return {told.name.empty() ? "(unplugged)" : told.name, told.mount.point,
+    // A file system that has died does not tell its device any more.
+    const char *nameless =
+        told.mount.location == 0 ? "(not known)" : "(unplugged)";
+    return {told.name.empty() ? nameless : told.name, told.mount.point,
             answerWord(told.state.answer),
             well ? bytesText(told.state.free) + " of " +
                        bytesText(told.state.total)
@@ -121,7 +124,7 @@ std::vector<std::string> volumeRow(const Told &told)
 Result listCommand(bool json)
 {
     std::vector<Device> devices;
-    const Result result = listDevices(devices, true);
+    const Result result = listDevices(devices, Ask::Trust);
     if (!result.ok()) {
         return result;
     }

@@ -22,7 +22,6 @@ namespace
 {
 
 constexpr int DRAW_MS = 100;
-constexpr int LOOK_MS = 10; // so that a short copy ends as soon as it can
 
 struct Totals {
     uint64_t failed = 0;
@@ -46,13 +45,35 @@ Totals countProblems(const std::vector<CopyProblem> &problems)
     return totals;
 }
 
-Result makeFolders(const CopyPlan &plan)
+// What was to come below a folder that cannot be made is left out.
+void leaveOut(CopyPlan &plan, const std::string &folder)
 {
-    for (const CopyFolder &folder : plan.folders) {
-        if (mkdir(folder.target.c_str(), 0777) != 0 && errno != EEXIST) {
-            return refuse(message::NO_TARGET_FOLDER,
-                          {folder.target, strerrordesc_np(errno)});
+    const auto below = [inside = folder + "/"](const auto &one) {
+        return one.target.starts_with(inside);
+    };
+    std::erase_if(plan.folders, below);
+    plan.bytes = 0;
+    std::erase_if(plan.files, below);
+    for (const CopyFile &file : plan.files) {
+        plan.bytes += file.size;
+    }
+}
+
+// Without the target's own folder nothing can be copied; without another one,
+// the rest can.
+Result makeFolders(CopyPlan &plan)
+{
+    for (size_t i = 0; i < plan.folders.size(); ++i) {
+        const CopyFolder folder = plan.folders[i];
+        if (mkdir(folder.target.c_str(), 0777) == 0 || errno == EEXIST) {
+            continue;
         }
+        const char *why = copyReason(errno);
+        if (folder.time.tv_nsec == UTIME_OMIT) {
+            return refuse(message::NO_TARGET_FOLDER, {folder.target, why});
+        }
+        plan.problems.push_back({folder.target, why});
+        leaveOut(plan, folder.target);
     }
     return {};
 }
@@ -100,8 +121,9 @@ bool attend(CopyRun &run, const CopyPlan &plan, Screen &screen,
     double drawn = 0;
     bool interrupted = false;
     while (!run.figures.ended) {
-        pollfd signal{signals.descriptor(), POLLIN, 0};
-        poll(&signal, 1, LOOK_MS);
+        pollfd news[] = {{signals.descriptor(), POLLIN, 0},
+                         {run.ending(), POLLIN, 0}};
+        poll(news, std::size(news), DRAW_MS);
         if (signals.take() != 0) {
             interrupted = true;
             run.stop();
@@ -137,7 +159,8 @@ std::string summary(const CopyPlan &plan, const CopyFigures &figures,
     const auto also = [&](uint64_t count, const char *what) {
         text += count == 0 ? "" : "; " + countText(count, "", "") + what;
     };
-    also(plan.present_files, "were there already");
+    also(plan.present_files,
+         plan.present_files == 1 ? "was there already" : "were there already");
     also(totals.failed, "failed");
     also(totals.left_out, "left out");
     return text + ".";
@@ -154,13 +177,14 @@ Result judge(const CopyFigures &figures, const Totals &totals, bool interrupted)
     return totals.failed > 0 ? refuse(message::COPY_INCOMPLETE) : Result();
 }
 
-Result carryOut(const CopyPlan &plan, const std::vector<std::string> &udids,
+Result carryOut(CopyPlan &plan, const std::vector<std::string> &udids,
                 const Signals &signals, const CopyOptions &options)
 {
     const Result made = makeFolders(plan);
     if (!made.ok()) {
         return made;
     }
+    tellProblems(plan.problems);
     const double begin = now();
     Screen screen;
     CopyRun run(plan, udids);
@@ -180,7 +204,9 @@ Result copy(const std::vector<std::string> &sources, const std::string &target,
             const CopyOptions &options)
 {
     const Signals signals;
-    const CopyWorld world = lookAround();
+    std::vector<std::string> texts = sources;
+    texts.push_back(target);
+    const CopyWorld world = lookAround(texts);
     std::vector<CopyEnd> ends;
     Result result = resolveAll(sources, world, ends);
     CopyEnd to;
@@ -198,7 +224,6 @@ Result copy(const std::vector<std::string> &sources, const std::string &target,
     if (!result.ok() || stopped) {
         return stopped ? refuse(message::COPY_INTERRUPTED) : result;
     }
-    tellProblems(plan.problems);
     ends.push_back(to);
     return carryOut(plan, devicesOf(ends), signals, options);
 }

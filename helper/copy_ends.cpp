@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "helper/unmount.h"
@@ -62,12 +63,18 @@ std::string onVolume(const std::string &point, const std::string &path)
 
 } // namespace
 
-CopyWorld lookAround()
+CopyWorld lookAround(const std::vector<std::string> &texts)
 {
     CopyWorld world;
     world.mounts = readMounts();
+    const bool named =
+        std::any_of(texts.begin(), texts.end(), [](const std::string &text) {
+            std::string device;
+            std::string path;
+            return splitDevicePath(text, &device, &path);
+        });
     if (!world.mounts.empty()) {
-        listDevices(world.devices);
+        listDevices(world.devices, named ? Ask::Names : Ask::Nothing);
     }
     return world;
 }

@@ -17,12 +17,13 @@ struct CopyEnd {
     std::string udid;   // of the device, when it is attached
 };
 
-// What may be meant, looked up once for all ends of a copy.
+// What may be meant, looked up once for all ends of a copy. Devices are asked
+// for their names, which takes a moment, only when one of the texts has one.
 struct CopyWorld {
     std::vector<Device> devices;
     std::vector<Mount> mounts;
 };
-CopyWorld lookAround();
+CopyWorld lookAround(const std::vector<std::string> &texts);
 
 // The device part of "DEVICE:/path" in *device and the path in *path; false for
 // a plain path. A file of this machine that has such a name goes before it.

@@ -138,7 +138,12 @@ void addFolder(Planner &planner, const std::string &source,
     if (!exists) {
         planner.plan.folders.push_back({target, st.st_mtim});
     }
+    const size_t before = planner.plan.files.size();
     addContents(planner, source, target, !exists);
+    // One that an earlier copy has begun gets its time when it is gone on with.
+    if (exists && planner.plan.files.size() > before) {
+        planner.plan.folders.push_back({target, st.st_mtim});
+    }
 }
 
 void addEntry(Planner &planner, const std::string &source,

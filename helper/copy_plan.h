@@ -35,7 +35,7 @@ struct CopyProblem {
 
 struct CopyPlan {
     bool to_device = false;
-    std::vector<CopyFolder> folders; // to be made, in this order
+    std::vector<CopyFolder> folders; // to be made, or there, in this order
     std::vector<CopyFile> files;
     std::vector<CopyProblem> problems;
     uint64_t bytes = 0;         // of `files`

@@ -1,5 +1,6 @@
 #include "helper/copy_run.h"
 
+#include <sys/eventfd.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -37,12 +38,6 @@ ssize_t readFull(int fd, char *data, size_t length)
     return static_cast<ssize_t>(done);
 }
 
-// A volume shows its refusals to people and gives programs this one error.
-const char *reason(int error)
-{
-    return error == ECANCELED ? message::COPY_REFUSED : strerrordesc_np(error);
-}
-
 // What of a failed file is of no use for the next time.
 bool worthKeeping(int error)
 {
@@ -51,10 +46,17 @@ bool worthKeeping(int error)
 
 } // namespace
 
+// A volume shows its refusals to people and gives programs this one error.
+const char *copyReason(int error)
+{
+    return error == ECANCELED ? message::COPY_REFUSED : strerrordesc_np(error);
+}
+
 CopyRun::CopyRun(const CopyPlan &what, std::vector<std::string> which)
     : plan(what), udids(std::move(which)), given_up(NO_FILE),
-      queue(std::make_unique<CopyQueue>()), reader([this] { readFiles(); }),
-      writer([this] { writeFiles(); })
+      queue(std::make_unique<CopyQueue>()),
+      over(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      reader([this] { readFiles(); }), writer([this] { writeFiles(); })
 {
 }
 
@@ -166,17 +168,22 @@ void CopyRun::writeFiles()
 {
     Writing writing;
     CopyPiece piece;
+    uint64_t of_file = 0; // bytes of the one in work
     while (queue->pop(piece)) {
         const CopyFile &file = plan.files[piece.file];
         if (piece.first) {
             name(file.source);
             figures.resumed += piece.offset;
             figures.bytes += piece.offset;
+            of_file = 0;
         }
         if (piece.first || writing.error == 0) {
             writePiece(writing, file, piece, plan.to_device);
-            figures.bytes += writing.error == 0 ? piece.length : 0;
-            if (writing.error != 0) {
+            if (writing.error == 0) {
+                figures.bytes += piece.length;
+                of_file += piece.length;
+            } else {
+                figures.bytes -= worthKeeping(writing.error) ? 0 : of_file;
                 given_up = piece.file;
                 fail(file.source, writing.why, writing.error);
             }
@@ -187,6 +194,7 @@ void CopyRun::writeFiles()
         queue->giveBack(std::move(piece.data));
     }
     figures.ended = true;
+    eventfd_write(over.get(), 1);
 }
 
 // ---------------------------------------------------------------------------
@@ -217,7 +225,7 @@ void CopyRun::fail(const std::string &path, const std::string &why, int error)
     ++figures.failed;
     {
         const std::lock_guard<std::mutex> hold(lock);
-        problems.push_back({path, why.empty() ? reason(error) : why, true});
+        problems.push_back({path, why.empty() ? copyReason(error) : why, true});
     }
     if (error == ENOTCONN || !devicesThere()) {
         figures.gone = true;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "helper/copy_plan.h"
+#include "helper/descriptor.h"
 
 namespace helper
 {
@@ -27,6 +28,9 @@ struct CopyFigures {
     std::atomic<bool> gone = false; // the device is, so the rest was left
 };
 
+// An errno value for people.
+const char *copyReason(int error);
+
 class CopyRun
 {
   public:
@@ -39,6 +43,9 @@ class CopyRun
     // Lets the threads end after the piece that they are at.
     void stop() { stopping = true; }
     CopyFigures figures;
+
+    // Readable when the threads are done.
+    int ending() const { return over.get(); }
 
     // What failed since the last call, and the name of the file in work.
     std::vector<CopyProblem> takeProblems();
@@ -60,6 +67,7 @@ class CopyRun
     std::mutex lock;
     std::vector<CopyProblem> problems; // under the lock
     std::string working;               // under the lock
+    Descriptor over;
     std::thread reader;
     std::thread writer;
 };

@@ -56,6 +56,16 @@ Device describe(libiusb_device *listed)
 namespace
 {
 
+Device takePlace(const libiusb_device_info &place)
+{
+    Device device;
+    device.udid = place.udid;
+    device.name = place.udid;
+    device.location = place.location_id;
+    device.plug = place.usbmux_id;
+    return device;
+}
+
 Trust trustOf(libiusb_device *listed, const Device &device)
 {
     if (device.state != 0) {
@@ -95,18 +105,20 @@ Result takeOnly(const std::vector<Device> &devices, const Message &several,
 
 } // namespace
 
-Result listDevices(std::vector<Device> &devices, bool ask_trust)
+Result listDevices(std::vector<Device> &devices, Ask ask)
 {
     devices.clear();
     Library library;
     std::vector<libiusb_device *> found;
     Result result = library.list(found);
     for (libiusb_device *listed : found) {
-        if (placeOf(listed).location_id == 0) {
+        const libiusb_device_info place = placeOf(listed);
+        if (place.location_id == 0) {
             continue; // over the network: cannot be mounted
         }
-        Device device = describe(listed);
-        if (ask_trust) {
+        Device device =
+            ask == Ask::Nothing ? takePlace(place) : describe(listed);
+        if (ask == Ask::Trust) {
             device.trust = trustOf(listed, device);
         }
         devices.push_back(device);

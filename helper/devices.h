@@ -50,9 +50,15 @@ libiusb_device_info placeOf(libiusb_device *listed);
 // What is known of a listed device; a silent one costs about two seconds.
 Device describe(libiusb_device *listed);
 
-// The devices on a cable. `ask_trust` also finds out whether they trust this
-// computer, without raising their prompt.
-Result listDevices(std::vector<Device> &devices, bool ask_trust = false);
+// What devices are asked when they are listed.
+enum class Ask {
+    Nothing, // only what the list has: UDID and place
+    Names,   // and whatever else describes them
+    Trust,   // and whether they trust this computer; their prompt is not raised
+};
+
+// The devices on a cable.
+Result listDevices(std::vector<Device> &devices, Ask ask = Ask::Names);
 
 // The device that `text` means: its name, its UDID or a unique beginning of it,
 // or its location id. An empty text means the only device.

@@ -79,6 +79,7 @@ TEST_F(CopyTest, a_tree_comes_home)
     device.Put("trip/empty", "");
     device.Put("trip/bad.bin", Noise(2'000'000, 2));
     device.Put("trip/z.txt", "z");
+    device.Put("other.txt", "other");
     Begin();
     const Words command = {"copy", "Anna's iPhone:/Storage/trip",
                            work + "/out"};
@@ -98,12 +99,22 @@ TEST_F(CopyTest, a_tree_comes_home)
         EXPECT_EQ(ChangedAt(home), ChangedAt(there)) << name;
     }
     EXPECT_FALSE(AnyPartial(work + "/out"));
+    EXPECT_EQ(ChangedAt(work + "/out/trip"), ChangedAt(device.Storage("trip")));
 
     simulator->Control("stats reset");
     done = Quorvel(command);
     EXPECT_EQ(done.status, 0);
     EXPECT_TRUE(Contains(done.out, "Copied 0 files")) << done.out;
     EXPECT_EQ(simulator->Requests("FileRefRead"), 0U);
+
+    // A folder that cannot be made costs what is in it, and nothing else.
+    fs::create_directory(work + "/out2");
+    Spill(work + "/out2/trip", "in the way");
+    done = Quorvel({"copy", "Anna's iPhone:/Storage/trip",
+                    "Anna's iPhone:/Storage/other.txt", work + "/out2"});
+    EXPECT_EQ(done.status, 20) << done.out;
+    EXPECT_EQ(Slurp(work + "/out2/other.txt"), "other") << done.out;
+    EXPECT_EQ(Slurp(work + "/out2/trip"), "in the way");
 
     // A file that has changed at home is replaced, one that is in the way is
     // not.
