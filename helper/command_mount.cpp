@@ -35,19 +35,13 @@ Result checkBefore(const MountOptions &options, Device &device)
     std::vector<Device> devices;
     Result result = checkMachine();
     if (result.ok()) {
+        removeDeadVolumes();
         result = listDevices(devices);
     }
     if (result.ok()) {
         result = chooseDevice(devices, options.device, device);
     }
-    if (!result.ok()) {
-        return result;
-    }
-    const std::vector<Mount> mounts = readMounts();
-    const Mount *mount = findMount(mounts, device.location);
-    return mount == nullptr
-               ? Result()
-               : refuse(message::ALREADY_MOUNTED, {device.name, mount->point});
+    return result.ok() ? checkUnmounted(device) : result;
 }
 
 // From here on an interruption must not leave a folder or a volume.

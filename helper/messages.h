@@ -191,6 +191,8 @@ inline constexpr const char *WATCHING = "Watching; Ctrl-C ends it.";
 inline constexpr const char *DAEMON_BACK = "usbmuxd answers.";
 inline constexpr const char *ATTACHED = "{} is attached.";
 inline constexpr const char *DETACHED = "{} was unplugged.";
+inline constexpr const char *DIED =
+    "The volume of {} has died; the file system's log may tell why.";
 inline constexpr const char *KEPT = "{} stays mounted.";
 
 } // namespace message

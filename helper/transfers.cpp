@@ -44,6 +44,7 @@ void Transfers::take(const News &news, double time)
     case News::BusyOn:
         if (busy++ == 0) {
             busy_since = time;
+            busy_clock = clockText();
         }
         break;
     case News::BusyOff:
@@ -78,7 +79,8 @@ double Transfers::rate(double time)
 std::string Transfers::line(double time)
 {
     std::string text =
-        isBusy() ? "busy for " + secondsText(std::floor(time - busy_since))
+        isBusy() ? "busy since " + busy_clock + " (" +
+                       secondsText(std::floor(time - busy_since)) + ")"
                  : "idle";
     if (!all.empty()) {
         text += " · " + all.text();

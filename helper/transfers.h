@@ -1,6 +1,7 @@
 // What the pipe told so far, added up for people.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -28,12 +29,12 @@ class Transfers
 {
   public:
     void take(const News &news, double time);
-    // No volume is left, so none can be busy: the message that it has ended may
-    // have been lost with it.
-    void noVolumes() { busy = 0; }
+    // So many volumes can be there, and no more can be busy: the message that a
+    // piece of work has ended may have been lost with its volume.
+    void volumes(int most) { busy = std::min(busy, most); }
 
     bool isBusy() const { return busy > 0; }
-    // The live line: "busy for 3 s · read 12 files (34.0 MB) · 5.1 MB/s".
+    // The live line: "busy since 14:05:09 (3 s) · read 12 files (34.0 MB) · 5.1 MB/s".
     std::string line(double time);
     // What came since the last call.
     Sum takeLatest();
@@ -45,6 +46,7 @@ class Transfers
     Sum latest;
     int busy = 0; // volumes that are; the messages do not say which
     double busy_since = 0;
+    std::string busy_clock; // the same for people
     std::deque<std::pair<double, uint64_t>> recent;
 };
 

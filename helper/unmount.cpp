@@ -145,6 +145,15 @@ Result unmountVolume(const Mount &mount, Force force)
     return {};
 }
 
+void removeDeadVolumes()
+{
+    for (const Mount &mount : readMounts()) {
+        if (mount.owner == getuid() && hasDied(mount)) {
+            unmountVolume(mount, Force::Yes);
+        }
+    }
+}
+
 Result chooseMount(const std::vector<Mount> &mounts,
                    const std::vector<Device> &devices, const std::string &text,
                    Mount &chosen)

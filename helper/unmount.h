@@ -20,6 +20,11 @@ enum class Force {
 // folder if it was made for it.
 Result unmountVolume(const Mount &mount, Force force);
 
+// Unmounts this user's volumes whose file system has died without being
+// unmounted: every access to such a folder fails, and it is in the way of the
+// next volume.
+void removeDeadVolumes();
+
 // The mounted volume that `text` means: a mount point, or a device by anything
 // that it can be called. An empty text means the only volume of this user.
 Result chooseMount(const std::vector<Mount> &mounts,

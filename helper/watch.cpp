@@ -29,6 +29,8 @@ namespace
 
 constexpr int TICK_MS = 200;
 constexpr double SUMMARY_SECONDS = 1; // plain lines come no oftener
+constexpr double LOOK_SECONDS = 2;    // between looks for dead file systems
+constexpr int MOST_DEATHS = 3;        // then a device is not mounted again
 constexpr const char *TRUST_SECONDS = "86400";
 constexpr size_t PIECE = 65536;
 
@@ -44,6 +46,7 @@ struct Watch {
     Transfers transfers;
     double told = 0; // when transfers were last told in a line
     bool told_busy = false;
+    double looked = 0; // when dead file systems were last looked for
     bool daemon = true;
     std::list<WatchedDevice> devices;
 };
@@ -107,6 +110,10 @@ void workerEnded(Watch &watch, WatchedDevice &one, int status)
         one.ours = false;
         one.state = "not mounted";
         watch.screen.say(fill(message::UNMOUNTED, {one.device.name}));
+        if (one.died) {
+            one.died = false;
+            one.tried = one.deaths > MOST_DEATHS;
+        }
     } else if (mount != nullptr && one.point.empty()) {
         mounted(watch, one, mount->point); // by somebody else meanwhile
     } else if (!one.point.empty()) {
@@ -178,14 +185,41 @@ void takeAttached(Watch &watch, const Attached &attached)
     }
 }
 
-// Whether the last plug-in of the same device still has a volume or a worker.
+// Whether the last plug-in of the same device, or of another one in the same
+// place, still has a volume or a worker.
 bool leftovers(const Watch &watch, const WatchedDevice &one)
 {
     return std::any_of(watch.devices.begin(), watch.devices.end(),
                        [&](const WatchedDevice &other) {
                            return &other != &one && !other.attached &&
-                                  other.device.udid == one.device.udid;
+                                  (other.device.udid == one.device.udid ||
+                                   other.device.location ==
+                                       one.device.location);
                        });
+}
+
+// A file system that has died leaves a folder in which every access fails. Its
+// device gets another one.
+void findDead(Watch &watch)
+{
+    if (now() - watch.looked < LOOK_SECONDS) {
+        return;
+    }
+    watch.looked = now();
+    const std::vector<Mount> mounts = readMounts();
+    for (WatchedDevice &one : watch.devices) {
+        const bool dead =
+            one.ours && !one.worker.running() &&
+            std::any_of(mounts.begin(), mounts.end(), [&](const Mount &mount) {
+                return mount.point == one.point && hasDied(mount);
+            });
+        if (dead) {
+            tell(watch, one.device, fill(message::DIED, {one.device.name}));
+            one.died = true;
+            ++one.deaths;
+            beginUnmount(one);
+        }
+    }
 }
 
 // One step for each device; whatever takes time goes on in its worker.
@@ -212,9 +246,7 @@ void stepDevices(Watch &watch)
         }
         ++at;
     }
-    if (watch.devices.empty()) {
-        watch.transfers.noVolumes();
-    }
+    watch.transfers.volumes(static_cast<int>(watch.devices.size()));
 }
 
 // ---------------------------------------------------------------------------
@@ -341,6 +373,7 @@ Result watch(const WatchOptions &options)
         DeviceWatcher attached;
         while (!waitForNews(state, attached)) {
             takeAttached(state, attached.take());
+            findDead(state);
             stepDevices(state);
             readPipe(state);
             show(state);

@@ -48,6 +48,8 @@ struct WatchedDevice {
     bool attached = true;
     bool tried = false; // mounting, since it was plugged in
     bool ours = false;  // its volume was mounted by this watch
+    bool died = false;  // its file system has, and is being cleared away
+    int deaths = 0;     // since it was plugged in
     std::string point;  // "" while not mounted
     std::string state;  // what there is to be shown of it
     Worker worker;

@@ -1,8 +1,11 @@
 #include "tests/helper/fixture.h"
 
+#include <signal.h>
 #include <stdlib.h>
 
 #include <filesystem>
+
+#include <nlohmann/json.hpp>
 
 HelperTest::HelperTest()
 {
@@ -71,6 +74,19 @@ std::unique_ptr<Process> HelperTest::Start(const Words &words,
 std::string HelperTest::Point(const std::string &name) const
 {
     return work + "/home/" + name;
+}
+
+void HelperTest::KillServer(const std::string &point) const
+{
+    const auto status =
+        nlohmann::json::parse(Quorvel({"status", "--json"}).out);
+    for (const auto &one : status["volumes"]) {
+        if (one["mounted"] == point) {
+            EXPECT_EQ(kill(one["process"].get<pid_t>(), SIGKILL), 0);
+            return;
+        }
+    }
+    ADD_FAILURE() << "nothing is mounted at " << point;
 }
 
 bool HelperTest::Mounted(const std::string &path)

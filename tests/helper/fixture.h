@@ -30,6 +30,8 @@ class HelperTest : public ::testing::Test
                                    const std::string &log) const;
     // Where a device of that name is mounted by itself.
     std::string Point(const std::string &name) const;
+    // Kills the file system that is mounted there.
+    void KillServer(const std::string &point) const;
     // Whether anything is mounted below `path`.
     static bool Mounted(const std::string &path);
 

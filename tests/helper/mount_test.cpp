@@ -1,15 +1,27 @@
 // mount and unmount: every refusal with its sentence and exit status, and what
 // comes before and after a mount.
+#include <signal.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <tuple>
 
 #include <nlohmann/json.hpp>
 
+#include "helper/launch.h"
+#include "helper/mount_point.h"
 #include "tests/helper/fixture.h"
 
 namespace fs = std::filesystem;
+
+namespace
+{
+
+constexpr size_t NPOS = std::string::npos;
+
+} // namespace
 
 class MountTest : public HelperTest
 {
@@ -97,6 +109,84 @@ TEST_F(MountTest, refusals_about_places)
             return changed;
         }());
     EXPECT_EQ(alone.status, 14) << alone.out;
+}
+
+TEST_F(MountTest, refusals_on_the_way)
+{
+    const SampleDevice &anna =
+        Add("Anna's iPhone", {"--trust", "pending:1000"});
+    Serve();
+    if (geteuid() == 0) {
+        // As in a container that was not given the device.
+        const Finished bare =
+            RunProgram({"unshare", "-m", "sh", "-c",
+                        "mount -t tmpfs none /dev && exec \"$0\" mount",
+                        Program("quorvel")},
+                       environment);
+        EXPECT_EQ(bare.status, 9) << bare.out;
+        EXPECT_NE(bare.out.find("/dev/fuse is missing."), NPOS) << bare.out;
+    }
+    for (const auto &[unplugged, status, sentence] :
+         {std::tuple(true, 3, "Anna's iPhone was unplugged."),
+          std::tuple(false, 130, "")}) {
+        const auto mount = Start({"mount"}, "mount.log");
+        EXPECT_TRUE(Eventually(
+            [&] { return mount->Output().find("Tap Trust on") != NPOS; }));
+        if (unplugged) {
+            simulator->Control("unplug");
+        } else {
+            mount->Signal(SIGINT);
+        }
+        EXPECT_EQ(mount->Wait(20), status) << mount->Output();
+        EXPECT_NE(mount->Output().find(sentence), NPOS) << mount->Output();
+        EXPECT_TRUE(fs::is_empty(work + "/home"));
+        fs::remove(work + "/mount.log");
+        if (unplugged) {
+            simulator->Control("plug");
+        }
+    }
+
+    // The device falls silent while the volume starts.
+    simulator->Control("trust accept");
+    EXPECT_EQ(Quorvel({"apps"}).status, 0);
+    environment["QUORVEL_TIMEOUT_MS"] = "4000";
+    for (const auto &[name, value] : environment) {
+        setenv(name.c_str(), value.c_str(), 1);
+    }
+    simulator->Control("stall on");
+    helper::Device device;
+    device.name = "Anna's iPhone";
+    device.location = anna.location;
+    fs::create_directory(work + "/point");
+    const helper::Result result = helper::launchVolume(
+        device, work + "/point", "", 1, [] { return false; });
+    EXPECT_EQ(static_cast<int>(result.status), 16);
+    EXPECT_EQ(result.sentence,
+              "The volume of Anna's iPhone did not answer within 1.0 s.");
+    EXPECT_FALSE(Mounted(work));
+    simulator->Control("stall off");
+
+    // Another one is mounting.
+    helper::Descriptor turn;
+    EXPECT_TRUE(helper::takeMountTurn(turn, 0));
+    helper::Descriptor second;
+    EXPECT_FALSE(helper::takeMountTurn(second, 0.1));
+}
+
+// A file system that was killed leaves a folder in which everything fails.
+TEST_F(MountTest, a_dead_volume_makes_way)
+{
+    Add("Anna's iPhone");
+    Serve();
+    ASSERT_EQ(Quorvel({"mount"}).status, 0);
+    KillServer(Point("Anna's iPhone"));
+    EXPECT_TRUE(Eventually(
+        [&] { return Stat(Point("Anna's iPhone")).error == ENOTCONN; }));
+    EXPECT_NE(Quorvel({"status"}).out.find("broken"), NPOS);
+    EXPECT_EQ(Quorvel({"mount"}).out,
+              "Anna's iPhone is mounted at " + Point("Anna's iPhone") + ".\n");
+    EXPECT_EQ(Quorvel({"unmount", "Anna's iPhone"}).status, 0);
+    EXPECT_TRUE(fs::is_empty(work + "/home"));
 }
 
 TEST_F(MountTest, a_silent_device_holds_nobody_for_long)

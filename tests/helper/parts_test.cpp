@@ -92,12 +92,17 @@ TEST(Transfers, are_added_up)
     transfers.take({News::BusyOn, {}, 0}, 3);
     transfers.take({News::BusyOff, {}, 0}, 4);
     transfers.take({News::Transfers, {{1, 3000, "a"}, {2, 1, "b"}}, 0}, 9);
-    EXPECT_EQ(transfers.line(12), "busy for 10 s · read 1 file (3.0 kB), "
-                                  "written 1 file (1 B) · 600 B/s");
+    const std::string line = transfers.line(12);
+    EXPECT_TRUE(line.starts_with("busy since ")) << line;
+    EXPECT_EQ(line.substr(line.find(" (")),
+              " (10 s) · read 1 file (3.0 kB), written 1 file (1 B) · 600 "
+              "B/s");
     EXPECT_EQ(transfers.takeLatest().text(),
               "read 1 file (3.0 kB), written 1 file (1 B)");
     EXPECT_TRUE(transfers.takeLatest().empty());
-    transfers.noVolumes();
+    transfers.volumes(1);
+    EXPECT_TRUE(transfers.isBusy());
+    transfers.volumes(0);
     EXPECT_FALSE(transfers.isBusy());
 }
 

@@ -86,6 +86,12 @@ TEST_F(WatchTest, from_plug_to_the_end)
     ASSERT_TRUE(Says(*watch, "is mounted at " + point, 2)) << watch->Output();
     EXPECT_EQ(Stat(point + "/Storage/new.bin").error, 0);
 
+    // A file system that dies makes way for another one.
+    KillServer(point);
+    EXPECT_TRUE(Says(*watch, "The volume of Anna's iPhone has died"));
+    ASSERT_TRUE(Says(*watch, "is mounted at " + point, 3)) << watch->Output();
+    EXPECT_EQ(ReadFile(point + "/Storage/a.txt").data, "contents");
+
     // Nonsense and a dead writer do it no harm.
     const int pipe = open(PIPE, O_WRONLY | O_NONBLOCK);
     EXPECT_EQ(write(pipe, "\x01-ncdat\0\0-neon", 14), 14);
