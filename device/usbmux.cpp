@@ -216,15 +216,22 @@ int usbmuxConnect(uint32_t device_id, uint16_t port, Stream &out,
     return codeOfConnectResult(*number);
 }
 
+// A request about one device's pair record.
+static int askPairRecord(const char *type, const std::string &udid,
+                         Plist &reply, Deadline deadline)
+{
+    Plist request = usbmuxRequest(type);
+    setString(request, "PairRecordID", udid);
+    Stream stream;
+    return exchange(request, reply, stream, deadline);
+}
+
 int usbmuxReadPairRecord(const std::string &udid,
                          std::optional<std::string> &record, Deadline deadline)
 {
-    Plist request = usbmuxRequest("ReadPairRecord");
-    setString(request, "PairRecordID", udid);
-    Stream stream;
     Plist reply;
     record.reset();
-    int code = exchange(request, reply, stream, deadline);
+    int code = askPairRecord("ReadPairRecord", udid, reply, deadline);
     if (code)
         return code;
     record = getData(reply.get(), "PairRecordData");
@@ -235,11 +242,8 @@ int usbmuxReadPairRecord(const std::string &udid,
 int usbmuxDeletePairRecord(const std::string &udid, Deadline deadline)
 {
     constexpr uint64_t no_entry = 2;
-    Plist request = usbmuxRequest("DeletePairRecord");
-    setString(request, "PairRecordID", udid);
-    Stream stream;
     Plist reply;
-    int code = exchange(request, reply, stream, deadline);
+    int code = askPairRecord("DeletePairRecord", udid, reply, deadline);
     if (code)
         return code;
     auto number = usbmuxResultNumber(reply);

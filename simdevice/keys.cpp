@@ -10,7 +10,8 @@
 #include <openssl/sha.h>
 
 #include <cstdint>
-#include <memory>
+
+#include "simdevice/openssl_handle.h"
 
 namespace sim
 {
@@ -18,20 +19,11 @@ namespace sim
 namespace
 {
 
-template <auto Function>
-struct Deleter {
-    template <typename T>
-    void operator()(T *object) const
-    {
-        Function(object);
-    }
-};
-
-using Number = std::unique_ptr<BIGNUM, Deleter<BN_free>>;
-using NumberContext = std::unique_ptr<BN_CTX, Deleter<BN_CTX_free>>;
-using Key = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
-using KeyContext = std::unique_ptr<EVP_PKEY_CTX, Deleter<EVP_PKEY_CTX_free>>;
-using Memory = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
+using Number = OpensslHandle<BIGNUM, BN_free>;
+using NumberContext = OpensslHandle<BN_CTX, BN_CTX_free>;
+using Key = OpensslHandle<EVP_PKEY, EVP_PKEY_free>;
+using KeyContext = OpensslHandle<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
+using Memory = OpensslHandle<BIO, BIO_free_all>;
 
 constexpr size_t kPrimeBytes = 128;
 
@@ -98,7 +90,7 @@ KeyNumbers computeNumbers(const std::string &seed, BN_CTX *context)
 
 Key assemble(const KeyNumbers &key)
 {
-    const std::unique_ptr<OSSL_PARAM_BLD, Deleter<OSSL_PARAM_BLD_free>> builder(
+    const OpensslHandle<OSSL_PARAM_BLD, OSSL_PARAM_BLD_free> builder(
         OSSL_PARAM_BLD_new());
     const std::pair<const char *, BIGNUM *> parts[] = {
         {OSSL_PKEY_PARAM_RSA_N, key.n.get()},
@@ -113,7 +105,7 @@ Key assemble(const KeyNumbers &key)
     for (const auto &[name, number] : parts) {
         OSSL_PARAM_BLD_push_BN(builder.get(), name, number);
     }
-    const std::unique_ptr<OSSL_PARAM, Deleter<OSSL_PARAM_free>> parameters(
+    const OpensslHandle<OSSL_PARAM, OSSL_PARAM_free> parameters(
         OSSL_PARAM_BLD_to_param(builder.get()));
     const KeyContext context(
         EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
@@ -128,9 +120,9 @@ Key assemble(const KeyNumbers &key)
 
 std::string encode(const EVP_PKEY *key, int selection, const char *structure)
 {
-    const std::unique_ptr<OSSL_ENCODER_CTX, Deleter<OSSL_ENCODER_CTX_free>>
-        encoder(OSSL_ENCODER_CTX_new_for_pkey(key, selection, "PEM", structure,
-                                              nullptr));
+    const OpensslHandle<OSSL_ENCODER_CTX, OSSL_ENCODER_CTX_free> encoder(
+        OSSL_ENCODER_CTX_new_for_pkey(key, selection, "PEM", structure,
+                                      nullptr));
     const Memory memory(BIO_new(BIO_s_mem()));
     if (!encoder || OSSL_ENCODER_to_bio(encoder.get(), memory.get()) != 1) {
         return {};

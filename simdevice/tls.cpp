@@ -8,26 +8,19 @@
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
 
+#include "simdevice/openssl_handle.h"
+
 namespace sim
 {
 
 namespace
 {
 
-template <auto Function>
-struct Deleter {
-    template <typename T>
-    void operator()(T *object) const
-    {
-        Function(object);
-    }
-};
-
-using Memory = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
-using Certificate = std::unique_ptr<X509, Deleter<X509_free>>;
-using Key = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
-using Context = std::unique_ptr<SSL_CTX, Deleter<SSL_CTX_free>>;
-using Session = std::unique_ptr<SSL, Deleter<SSL_free>>;
+using Memory = OpensslHandle<BIO, BIO_free_all>;
+using Certificate = OpensslHandle<X509, X509_free>;
+using Key = OpensslHandle<EVP_PKEY, EVP_PKEY_free>;
+using Context = OpensslHandle<SSL_CTX, SSL_CTX_free>;
+using Session = OpensslHandle<SSL, SSL_free>;
 
 // The transport that OpenSSL reads and writes: the wire. OpenSSL asks for
 // exactly the bytes that it needs next (no read-ahead), so that nothing that

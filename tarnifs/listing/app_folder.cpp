@@ -12,22 +12,13 @@ namespace
 
 constexpr const char *SELF = "enumApps";
 
-// What one listing works on.
-struct LISTING {
-    libiusb_afc *house;
-    _KTL_OBJECT *folder;
-    const char *path;
-    void *buffer;
-    tarni_filler filler;
-};
-
 // An entry that can't be asked about is left out. The device's code.
 int listEntry(const LISTING &listing, const char *name)
 {
     const std::string volumePath = ChildPath(listing.path, name);
     libiusb_afc_file_info info{};
     const int ret = libiusb_afc_file_get_info(
-        listing.house, AppDevicePath(volumePath).c_str(), &info);
+        listing.afc, AppDevicePath(volumePath).c_str(), &info);
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_file_get_info failed. error : %d", SELF, ret);
         return ret;
@@ -40,10 +31,7 @@ int listEntry(const LISTING &listing, const char *name)
         FillSizeAndTimes(object, info);
     }
     object->app_id = ReplaceString(object->app_id, listing.folder->app_id);
-    LinkChild(listing.folder, object);
-    if (listing.filler != nullptr) {
-        listing.filler(listing.buffer, name, nullptr, 0);
-    }
+    ShowEntry(listing, name, object);
     return 0;
 }
 
@@ -53,7 +41,7 @@ bool listEntries(const LISTING &listing, bool *busy)
 {
     const std::string devicePath = AppDevicePath(listing.path);
     uint32_t count = 0;
-    int ret = libiusb_afc_file_read_directory(listing.house, devicePath.c_str(),
+    int ret = libiusb_afc_file_read_directory(listing.afc, devicePath.c_str(),
                                               nullptr, &count);
     if (ret != 0) {
         QNLog(3,
@@ -66,7 +54,7 @@ bool listEntries(const LISTING &listing, bool *busy)
         *busy = true;
     }
     char **list = nullptr;
-    ret = libiusb_afc_file_read_directory(listing.house, devicePath.c_str(),
+    ret = libiusb_afc_file_read_directory(listing.afc, devicePath.c_str(),
                                           &list, &count);
     if (ret != 0) {
         QNLog(3, "%s libiusb_afc_file_read_directory failed. error : %d", SELF,

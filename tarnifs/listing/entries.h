@@ -5,6 +5,7 @@
 
 #include "device/libiusb.h"
 #include "tarnifs/catalogue/object.h"
+#include "tarnifs/mount/host.h"
 
 // Names that are never listed: those beginning with ".", and what can't be one
 // entry of a folder, whatever the device says.
@@ -22,4 +23,23 @@ inline void FillSizeAndTimes(_KTL_OBJECT *object,
     object->birth_time = info.birth_time / NANOSECONDS;
     object->modify_time = info.modify_time / NANOSECONDS;
     object->access_time = object->modify_time;
+}
+
+// What one listing works on; `folder` is the record of `path`.
+struct LISTING {
+    libiusb_afc *afc;
+    _KTL_OBJECT *folder;
+    const char *path;
+    void *buffer;
+    tarni_filler filler; // may be null
+};
+
+// Puts an entry's record at the end of the folder and reports it.
+inline void ShowEntry(const LISTING &listing, const char *name,
+                      _KTL_OBJECT *object)
+{
+    LinkChild(listing.folder, object);
+    if (listing.filler != nullptr) {
+        listing.filler(listing.buffer, name, nullptr, 0);
+    }
 }

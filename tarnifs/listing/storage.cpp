@@ -59,15 +59,6 @@ void fillEntry(_KTL_OBJECT *object, const libiusb_afc_file_info &info)
     FillSizeAndTimes(object, info);
 }
 
-// What one listing works on; `folder` is the record of `path`.
-struct LISTING {
-    libiusb_afc *afc;
-    _KTL_OBJECT *folder;
-    const char *path;
-    void *buffer;
-    tarni_filler filler;
-};
-
 int listEntry(const LISTING &listing, const char *name)
 {
     const std::string volumePath = ChildPath(listing.path, name);
@@ -80,10 +71,7 @@ int listEntry(const LISTING &listing, const char *name)
     }
     _KTL_OBJECT *object = GetObjectWithFileName(volumePath.c_str());
     fillEntry(object, info);
-    LinkChild(listing.folder, object);
-    if (listing.filler != nullptr) {
-        listing.filler(listing.buffer, name, nullptr, 0);
-    }
+    ShowEntry(listing, name, object);
     return 0;
 }
 
