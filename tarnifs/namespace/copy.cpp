@@ -144,9 +144,28 @@ int DeviceFile::close()
     return ret;
 }
 
-void AnnounceSource(const FILE_COPY &copy)
+Announcement::~Announcement()
 {
-    libiusb_afc_prefetch_file(copy.sourceAfc, copy.sourcePath.c_str());
+    giveUp();
+}
+
+void Announcement::giveUp()
+{
+    if (afc != nullptr) {
+        libiusb_afc_prefetch_file(afc, nullptr);
+        afc = nullptr;
+    }
+}
+
+void Announcement::make(libiusb_afc *connection, const std::string &path)
+{
+    afc = connection;
+    libiusb_afc_prefetch_file(connection, path.c_str());
+}
+
+void AnnounceSource(FILE_COPY &copy)
+{
+    copy.announcement.make(copy.sourceAfc, copy.sourcePath);
 }
 
 int AskSource(FILE_COPY &copy)
@@ -157,6 +176,7 @@ int AskSource(FILE_COPY &copy)
 
 int OpenSource(FILE_COPY &copy)
 {
+    copy.announcement.taken();
     return copy.source.open(copy.sourceAfc, copy.sourcePath, LIBIUSB_MODE_READ);
 }
 

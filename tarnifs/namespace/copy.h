@@ -46,6 +46,25 @@ class DeviceFile
     libiusb_file file = 0;
 };
 
+// A source that was announced to the device layer. What was sent ahead for it
+// and not taken by an OpenSource is given up with the record, or the device
+// would keep the file open.
+class Announcement
+{
+  public:
+    Announcement() = default;
+    ~Announcement();
+    Announcement(const Announcement &) = delete;
+    Announcement &operator=(const Announcement &) = delete;
+
+    void make(libiusb_afc *connection, const std::string &path);
+    void taken() { afc = nullptr; }
+    void giveUp(); // also done by the destructor
+
+  private:
+    libiusb_afc *afc = nullptr;
+};
+
 // One file on its way. The connections may be one.
 struct FILE_COPY {
     const char *self; // who logs
@@ -55,6 +74,7 @@ struct FILE_COPY {
     std::string sourcePath; // device paths
     libiusb_afc *targetAfc;
     std::string targetPath;
+    Announcement announcement = {};
     DeviceFile source = {};
     DeviceFile target = {};
     libiusb_afc_file_info info = {}; // of the source
@@ -62,7 +82,7 @@ struct FILE_COPY {
 };
 
 // Tells the device layer that the source is about to be asked about and read.
-void AnnounceSource(const FILE_COPY &copy);
+void AnnounceSource(FILE_COPY &copy);
 
 // Asking for the source's information and opening an end; the caller logs. 0 or
 // the device's code.

@@ -266,6 +266,7 @@ int moveFromOtherApp(const MOVE &move, libiusb_afc *target, BusySignal &busy)
                    target,
                    AppDevicePath(move.to)};
     ret = fromOtherApp(move, copy, busy);
+    copy.announcement.giveUp(); // of what turned out to be a folder
     copy.source.close();
     copy.target.close();
     const int ended = ret == 0 ? client.close() : 0;

@@ -23,6 +23,7 @@ struct libiusb_afc {
     bool house = false;
     MemoryDevice *device = nullptr;
     MemoryTree *tree = nullptr; // null: a house that stands for no app yet
+    bool announced = false;     // a file was, and is not open yet
 };
 struct libiusb_instproxy {
     bool alive = true;
@@ -254,6 +255,13 @@ int MemoryWorld::houses() const
         [](const auto &each) { return each->alive && each->house; }));
 }
 
+int MemoryWorld::announced() const
+{
+    return static_cast<int>(std::count_if(
+        handles.afcs.begin(), handles.afcs.end(),
+        [](const auto &each) { return each->alive && each->announced; }));
+}
+
 const char *libiusb_strerror(int)
 {
     return "memory device";
@@ -425,6 +433,9 @@ int libiusb_afc_file_open(libiusb_afc *afc, const char *path, int mode,
 {
     *file = 0;
     const int code = enter(__func__, afc, path + (":" + std::to_string(mode)));
+    if (afc != nullptr) {
+        afc->announced = false;
+    }
     if (code != 0) {
         return code;
     }
@@ -527,11 +538,13 @@ void libiusb_afc_file_close_ahead(libiusb_afc *afc, libiusb_file file)
     }
 }
 
-void libiusb_afc_prefetch_file(libiusb_afc *afc, const char *)
+void libiusb_afc_prefetch_file(libiusb_afc *afc, const char *path)
 {
     if (afc == nullptr || !afc->alive) {
         violate("libiusb_afc_prefetch_file on a handle that is not open");
+        return;
     }
+    afc->announced = path != nullptr;
 }
 
 int libiusb_afc_file_set_size(libiusb_afc *afc, libiusb_file file,

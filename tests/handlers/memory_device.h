@@ -90,6 +90,8 @@ class MemoryWorld
     std::string open() const;
     // House-arrest handles that are open.
     int houses() const;
+    // Handles on which a file was announced that was not opened then.
+    int announced() const;
     // Calls that a caller must never make: a closed, stale or foreign handle,
     // something closed twice.
     std::vector<std::string> violations;

@@ -656,6 +656,7 @@ TEST_F(Move, NoFailureLosesAnything)
                     }
                     expectAllAgree();
                     EXPECT_EQ(memoryWorld.houses(), 0);
+                    EXPECT_EQ(memoryWorld.announced(), 0);
                     // What failed can be done again.
                     if (ret != 0 && exists(each.from)) {
                         rename(each.from, each.to);
