@@ -15,7 +15,7 @@
 namespace
 {
 
-constexpr double SOON = 3; // seconds
+constexpr double SOON = 3 * SLOWNESS; // seconds
 constexpr Generation OLD = {"9.3", false};
 constexpr Generation NEW = {"17.6", false};
 
