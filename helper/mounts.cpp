@@ -10,10 +10,9 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 
+#include "helper/descriptor.h"
 #include "helper/process.h"
 
 namespace helper
@@ -72,10 +71,18 @@ uid_t ownerIn(std::string_view options)
     return owner;
 }
 
+// "" when it cannot be read: a process may end between its being listed and
+// looked at.
 std::string slurp(const std::string &path)
 {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    std::string text;
+    char piece[8192];
+    ssize_t n = 0;
+    while (file.open() && (n = read(file.get(), piece, sizeof(piece))) > 0) {
+        text.append(piece, static_cast<size_t>(n));
+    }
+    return n < 0 ? "" : text;
 }
 
 // The path without links in its folder part: the last name is not looked at,

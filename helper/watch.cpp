@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <list>
 #include <vector>
 
@@ -369,7 +370,8 @@ Result watch(const WatchOptions &options)
         state.screen.say(pipe.sentence);
     }
     state.screen.say(message::WATCHING);
-    {
+    Result result;
+    try {
         DeviceWatcher attached;
         while (!waitForNews(state, attached)) {
             takeAttached(state, attached.take());
@@ -378,12 +380,15 @@ Result watch(const WatchOptions &options)
             readPipe(state);
             show(state);
         }
+    } catch (const std::exception &error) {
+        result = {Status::Failed,
+                  error.what()}; // what is mounted goes all the same
     }
     state.screen.show({});
     unmountOurs(state);
     readPipe(state);
     show(state);
-    return {};
+    return result;
 }
 
 } // namespace helper

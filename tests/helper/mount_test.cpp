@@ -12,6 +12,7 @@
 
 #include "helper/launch.h"
 #include "helper/mount_point.h"
+#include "helper/mounts.h"
 #include "tests/helper/fixture.h"
 
 namespace fs = std::filesystem;
@@ -176,9 +177,16 @@ TEST_F(MountTest, refusals_on_the_way)
 // A file system that was killed leaves a folder in which everything fails.
 TEST_F(MountTest, a_dead_volume_makes_way)
 {
-    Add("Anna's iPhone");
+    const SampleDevice &anna = Add("Anna's iPhone");
     Serve();
     ASSERT_EQ(Quorvel({"mount"}).status, 0);
+    // Processes that end while they are looked at do not hide it.
+    const Process others({"sh", "-c", "while :; do /bin/true; done"}, {},
+                         work + "/others.log");
+    for (int i = 0; i < 300; ++i) {
+        const std::vector<helper::Mount> mounts = helper::readMounts();
+        ASSERT_NE(helper::findMount(mounts, anna.location), nullptr);
+    }
     KillServer(Point("Anna's iPhone"));
     EXPECT_TRUE(Eventually(
         [&] { return Stat(Point("Anna's iPhone")).error == ENOTCONN; }));
