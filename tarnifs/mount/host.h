@@ -73,7 +73,11 @@ void hostSetBirthTime(struct stat *st, time_t seconds);
 // a real folder afterwards; a foreign one is refused with a log line.
 bool hostMakePrivateFolder(const char *path);
 
-// Removes the private folder and everything in it.
+// Says that this process no longer uses the private folder, which stays.
+void hostLeavePrivateFolder();
+
+// Removes the private folder and everything in it, unless another volume uses
+// it as well.
 void hostRemoveFolder(const char *path);
 
 // Shows a modal notice and returns when the user has closed it, or when

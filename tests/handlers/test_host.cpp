@@ -98,6 +98,8 @@ bool hostMakePrivateFolder(const char *path)
     return mkdir(path, S_IRWXU) == 0 || errno == EEXIST;
 }
 
+void hostLeavePrivateFolder() {}
+
 void hostRemoveFolder(const char *path)
 {
     std::error_code ignored;

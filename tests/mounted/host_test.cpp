@@ -98,6 +98,22 @@ TEST_F(HostTest, PrivateFolderIsNeverALinkOrAFile)
         << log;
 }
 
+// An earlier volume of the same device ends late, or one is mounted twice.
+TEST_F(HostTest, PrivateFolderStaysWhileAnotherVolumeUsesIt)
+{
+    ASSERT_TRUE(hostMakePrivateFolder(folder.c_str()));
+    const Outcome other = Access([this](std::string *) {
+        if (!hostMakePrivateFolder(folder.c_str())) {
+            return EACCES;
+        }
+        hostRemoveFolder(folder.c_str());
+        return fs::exists(folder) ? 0 : ENOENT;
+    });
+    EXPECT_EQ(other.error, 0);
+    hostRemoveFolder(folder.c_str());
+    EXPECT_FALSE(fs::exists(folder));
+}
+
 TEST_F(HostTest, DialogProgramsStartCleanWithTheTextAsItIs)
 {
     const int extra = open("/dev/null", O_RDONLY); // not close-on-exec

@@ -2,6 +2,7 @@
 // so a name that is taken already is looked at through one descriptor and never
 // followed.
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,6 +33,29 @@ class Descriptor
     const int fd;
 };
 
+// Open and locked, together with others, while this process works in a private
+// folder. A volume that takes long to end, because it waits for its device, may
+// have a successor under the same id by then: it must leave the folder to it.
+int used_folder = -1;
+
+int OpenFolder(const char *path)
+{
+    return open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+}
+
+// False: its former user removed it while we waited.
+bool BeginUse(const char *path)
+{
+    hostLeavePrivateFolder();
+    used_folder = OpenFolder(path);
+    struct stat st {
+    };
+    if (used_folder >= 0) {
+        flock(used_folder, LOCK_SH);
+    }
+    return used_folder >= 0 && fstat(used_folder, &st) == 0 && st.st_nlink > 0;
+}
+
 bool Refuse(const char *path, const char *why)
 {
     QNLog(3, "%s private folder refused. path(%s) : %s",
@@ -52,8 +76,7 @@ void EmptyFolder(const char *path)
 // Takes over a folder that an earlier run of ours left behind.
 bool TakeOver(const char *path)
 {
-    const Descriptor folder(
-        open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const Descriptor folder(OpenFolder(path));
     if (folder.fd < 0) {
         return Refuse(path, errno == ENOTDIR || errno == ELOOP
                                 ? "it is a link or no folder"
@@ -76,9 +99,7 @@ bool TakeOver(const char *path)
     return true;
 }
 
-} // namespace
-
-bool hostMakePrivateFolder(const char *path)
+bool MakeOrTakeOver(const char *path)
 {
     if (mkdir(path, 0700) == 0) {
         return true;
@@ -89,8 +110,33 @@ bool hostMakePrivateFolder(const char *path)
     return TakeOver(path);
 }
 
+} // namespace
+
+bool hostMakePrivateFolder(const char *path)
+{
+    constexpr int most_tries = 10;
+    for (int i = 0; i < most_tries; ++i) {
+        if (!MakeOrTakeOver(path)) {
+            return false;
+        }
+        if (BeginUse(path)) {
+            return true;
+        }
+    }
+    return Refuse(path, "it is removed again and again");
+}
+
+void hostLeavePrivateFolder()
+{
+    if (used_folder >= 0) {
+        close(used_folder);
+        used_folder = -1;
+    }
+}
+
 void hostRemoveFolder(const char *path)
 {
+    hostLeavePrivateFolder();
     struct stat st {
     };
     if (lstat(path, &st) != 0) {
@@ -98,6 +144,12 @@ void hostRemoveFolder(const char *path)
     }
     if (!S_ISDIR(st.st_mode) || st.st_uid != geteuid()) {
         QNLog(3, "%s not our folder. path(%s)", "hostRemoveFolder", path);
+        return;
+    }
+    const Descriptor folder(OpenFolder(path));
+    if (flock(folder.fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        QNLog(3, "%s another volume uses it. path(%s)", "hostRemoveFolder",
+              path);
         return;
     }
     std::error_code error;
