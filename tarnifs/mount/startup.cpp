@@ -130,6 +130,10 @@ bool connect(_CONTEXT *context, uint32_t locationId)
             return true;
         }
         if (ret != LIBIUSB_ERROR_NO_DEVICE || counter > LAST_RETRY) {
+            // In words: a person who finds a mount that answers nothing has
+            // only the log.
+            QNLog(3, "%s no connection to the device at %u : %s. code : %d",
+                  SELF, locationId, libiusb_strerror(ret), ret);
             return false;
         }
         libiusb_context_exit(context->context);
@@ -164,6 +168,8 @@ void *initLocked(uint32_t locationId)
     if (!start(context, locationId, &madeFolder)) {
         if (madeFolder) {
             hostRemoveFolder(PrivateFolder(context).c_str());
+        } else {
+            hostLeavePrivateFolder();
         }
         AbandonContext(context);
         freeBuffers();

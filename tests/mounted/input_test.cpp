@@ -58,6 +58,7 @@ TEST_F(InputTest, NoDaemonOrNone)
     MakeDevice();
     volume = std::make_unique<Volume>(work, work + "/no", device->location);
     ExpectNoContext("device_init libiusb_device_get_list failed. code : -303");
+    EXPECT_EQ(volume->CountInLog("usbmux daemon not reachable"), 1U);
     volume.reset();
     Serve();
     simulator->Control("usbmux-nonsense on");
