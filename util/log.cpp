@@ -91,13 +91,14 @@ std::string stateFolder()
 
 // Where the log goes. /var/log stays the answer when nothing can be written, so
 // that the complaint on standard error names the usual place's trouble.
+// A silent log is not even tried: the try leaves an empty file.
 std::string chooseLogFile(const std::string &name)
 {
     if (!chosenFolder.empty()) {
         return chosenFolder + "/" + name;
     }
     std::string usual = "/var/log/" + name;
-    if (isWritable(usual)) {
+    if (g_logLevel < 0 || isWritable(usual)) {
         return usual;
     }
     const std::string folder = stateFolder();
