@@ -60,15 +60,24 @@ int pairDevice(const std::string &udid, bool network, int limit_ms)
         task->result = result;
         task->done.notify_one();
     };
+    std::thread thread;
     try {
-        std::thread(work).detach();
+        thread = std::thread(work);
     } catch (const std::system_error &) {
         return LIBIUSB_ERROR_NO_MEMORY;
     }
     std::unique_lock<std::mutex> hold(task->lock);
     bool ended = task->done.wait_for(hold, std::chrono::milliseconds(limit_ms),
                                      [&] { return task->result.has_value(); });
-    return ended ? *task->result : LIBIUSB_ERROR_LOST_CONNECTION;
+    hold.unlock();
+    if (!ended) {
+        thread.detach();
+        return LIBIUSB_ERROR_LOST_CONNECTION;
+    }
+    // What is left of the thread frees OpenSSL's part of it, which the end of
+    // the process must not overtake.
+    thread.join();
+    return *task->result;
 }
 
 } // namespace iusb

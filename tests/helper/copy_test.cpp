@@ -57,7 +57,8 @@ class CopyTest : public HelperTest
     void Begin(const Words &options = {})
     {
         Serve(options);
-        EXPECT_EQ(Quorvel({"mount"}).status, 0);
+        const Finished done = Quorvel({"mount"});
+        EXPECT_EQ(done.status, 0) << done.out;
         fs::create_directory(work + "/out");
     }
 
