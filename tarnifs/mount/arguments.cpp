@@ -5,12 +5,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tarnifs/mount/exit_status.h"
+
 namespace
 {
 
 constexpr int CUT = 2;         // "-devopt" and its value
 constexpr int FEWEST_LEFT = 2; // the program's name and a mount point
-constexpr int USAGE_STATUS = 2;
+constexpr int USAGE_STATUS = static_cast<int>(ExitStatus::Usage);
 
 const char *const USAGE =
     "usage: quorvelfs MOUNTPOINT [-f] [-o OPTIONS] -devopt LOCATION_ID\n";
@@ -20,13 +22,23 @@ const char *const HELP =
     "\n"
     "  MOUNTPOINT            an empty folder\n"
     "  -f                    stay in the foreground\n"
-    "  -o OPTIONS            options of the FUSE library\n"
+    "  -o OPTIONS            options of the volume (below) and of the FUSE\n"
+    "                        library (ro, allow_other, uid=N, ...), with commas\n"
     "  -devopt LOCATION_ID   where the device is plugged in, in decimal; always\n"
     "                        the last two arguments\n"
     "  -h, --help            this text\n"
     "  -V, --version         the program's version\n"
     "\n"
-    "QUORVEL_LOGLEVEL sets what is logged (3: all, -1: nothing).\n";
+    "  -o usbmux=ADDRESS     the usbmux socket: UNIX:/path or host:port\n"
+    "  -o dialog=PROGRAM     shows messages; called with title, text, button\n"
+    "  -o log_level=N        what is logged (3: all, -1: nothing)\n"
+    "  -o timeout_ms=N       longest wait for a silent device\n"
+    "  -o afc_window=N       most requests in flight\n"
+    "  -o location_id=N      the device, when -devopt gives 0\n"
+    "\n"
+    "Without -f the command ends when the volume answers. Exit status: 0 done,\n"
+    "1 failed, 2 wrong usage, 3 bad mount point, 4 no FUSE, 5 not allowed,\n"
+    "6 something is mounted there, 7 mounted but the device can't be used.\n";
 
 bool isOneOf(const char *text, const char *brief, const char *full)
 {
@@ -57,24 +69,6 @@ ARGUMENTS refuse(const std::string &why)
     return answer(USAGE_STATUS, "quorvelfs: " + why + "\n" + USAGE);
 }
 
-// Ids are unsigned; a negative number is how some programs print one above
-// INT_MAX.
-bool parseLocationId(const char *text, int32_t *id)
-{
-    const char *digits = *text == '-' ? text + 1 : text;
-    if (*digits < '0' || *digits > '9') {
-        return false;
-    }
-    char *end = nullptr;
-    errno = 0;
-    const long long value = strtoll(text, &end, 10);
-    if (errno != 0 || *end != '\0' || value < INT_MIN || value > UINT_MAX) {
-        return false;
-    }
-    *id = static_cast<int32_t>(static_cast<uint32_t>(value));
-    return true;
-}
-
 // Index of "-devopt", or argc.
 int findDevopt(int argc, char **argv)
 {
@@ -102,7 +96,7 @@ ARGUMENTS takeDevopt(int argc, char **argv, int at)
         return refuse("-devopt and its location id must come last");
     }
     ARGUMENTS result = goOn(argc);
-    if (!parseLocationId(argv[at + 1], &result.locationId)) {
+    if (!ParseLocationId(argv[at + 1], &result.locationId)) {
         return refuse(std::string("not a location id: ") + argv[at + 1]);
     }
     argv[at] = nullptr;
@@ -120,6 +114,24 @@ ARGUMENTS warnWithoutDevopt(int argc)
 }
 
 } // namespace
+
+// Ids are unsigned; a negative number is how some programs print one above
+// INT_MAX.
+bool ParseLocationId(const char *text, int32_t *id)
+{
+    const char *digits = *text == '-' ? text + 1 : text;
+    if (*digits < '0' || *digits > '9') {
+        return false;
+    }
+    char *end = nullptr;
+    errno = 0;
+    const long long value = strtoll(text, &end, 10);
+    if (errno != 0 || *end != '\0' || value < INT_MIN || value > UINT_MAX) {
+        return false;
+    }
+    *id = static_cast<int32_t>(static_cast<uint32_t>(value));
+    return true;
+}
 
 ARGUMENTS ParseArguments(int argc, char **argv)
 {

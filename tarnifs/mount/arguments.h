@@ -20,3 +20,7 @@ struct ARGUMENTS {
 // the id is 0. Help, version and a command line that can't work are answered
 // here, because later nobody reads standard error.
 ARGUMENTS ParseArguments(int argc, char **argv);
+
+// A location id in decimal; false when the text is none. Ids are unsigned; a
+// negative number is how some programs print one above INT_MAX.
+bool ParseLocationId(const char *text, int32_t *id);

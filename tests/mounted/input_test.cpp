@@ -39,8 +39,11 @@ TEST_F(InputTest, ArgumentsAreAnsweredBeforeMounting)
         {{"--version"}, 0, "quorvelfs "},
         {{folder}, 2, "usage: "},
         {{folder, "-f", "-devopt", "12x"}, 2, "usage: "},
-        {{work + "/missing", "-f", "-devopt", "12"}, 1, "/missing"},
-        {{work + "/file", "-f", "-devopt", "12"}, 1, "/file: not a folder"},
+        {{work + "/missing", "-f", "-devopt", "12"}, 3, "/missing"},
+        {{work + "/file", "-f", "-devopt", "12"}, 3, "/file: not a folder"},
+        {{folder, "-o", "bogus", "-devopt", "12"}, 2, "bogus"},
+        {{folder, "-o", "timeout_ms=3", "-devopt", "12"}, 2, "50 to 600000"},
+        {{folder, "-o", "location_id=x", "-devopt", "0"}, 2, "location id: x"},
     };
     for (const auto &one : cases) {
         Words words = {Program("quorvelfs")};

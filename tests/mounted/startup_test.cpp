@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 
 #include "tests/mounted/fixture.h"
 
@@ -116,12 +117,83 @@ TEST_F(StartupTest, SignalsAndTheBackground)
     volume->Server().Signal(SIGTERM);
     EXPECT_EQ(volume->Server().Wait(10), 0);
     volume->Unmount(); // finds it unmounted, and nothing left
-    volume.reset();
-    Volume::Options options;
-    options.background = true; // without -f
-    Mount(options);
-    EXPECT_EQ(volume->Server().Wait(10), 0);
-    ExpectWorks();
+}
+
+class BackgroundTest : public MountedTest
+{
+  protected:
+    Finished Start(const std::string &options, const std::string &id) const
+    {
+        return RunProgram(
+            {Program("quorvelfs"), point, "-o", options, "-devopt", id},
+            {{"XDG_STATE_HOME", work + "/state"}});
+    }
+    std::string Mounted() const
+    {
+        const Finished found =
+            RunProgram({"findmnt", "-no", "FSTYPE,SOURCE,OPTIONS", point});
+        return found.status == 0 ? found.out : "";
+    }
+    void Unmount() const
+    {
+        EXPECT_EQ(RunProgram({"fusermount3", "-u", point}).status, 0);
+    }
+
+    const std::string point = work + "/point";
+};
+
+// The settings come as options, and all is well once the command has ended.
+TEST_F(BackgroundTest, EndsWhenTheVolumeAnswers)
+{
+    std::filesystem::create_directory(point);
+    MakeDevice({"--trust", "pending:1"});
+    Serve();
+    const std::string usbmux = "usbmux=UNIX:" + simulator->socket;
+    const Finished done = Start(usbmux + ",ro,fsname=Anna\\,s iPhone",
+                                std::to_string(device->location));
+    EXPECT_EQ(done.status, 0) << done.out;
+    EXPECT_GT(done.seconds, 2) << "trust was waited for";
+    EXPECT_LT(Stat(point).seconds, 0.5);
+    EXPECT_EQ(WriteFile(point + "/Storage/n", O_WRONLY | O_CREAT, "x").error,
+              EROFS);
+    EXPECT_EQ(Mounted().rfind("fuse.quorvelfs Anna,s iPhone ro,", 0), 0U)
+        << Mounted();
+    const Finished second = Start(usbmux, std::to_string(device->location));
+    EXPECT_EQ(second.status, 6) << second.out;
+    Unmount();
+    // The location id among the options.
+    EXPECT_EQ(
+        Start(usbmux + ",location_id=" + std::to_string(device->location), "0")
+            .status,
+        0);
+    EXPECT_EQ(List(point).data, "Apps\nMedia\nStorage\n");
+    Unmount();
+}
+
+TEST_F(BackgroundTest, TellsThatStartUpFailed)
+{
+    std::filesystem::create_directory(point);
+    const Finished done = Start("usbmux=UNIX:" + work + "/no", "12");
+    EXPECT_EQ(done.status, 7) << done.out;
+    EXPECT_NE(done.out.find("the log says why"), std::string::npos);
+    EXPECT_EQ(Stat(point).error, ENOSYS) << "the volume stays";
+    EXPECT_EQ(Start("ro", "12").status, 6);
+    Unmount();
+}
+
+// Whoever interrupts the command gets no volume later.
+TEST_F(BackgroundTest, InterruptedIsGivenUp)
+{
+    std::filesystem::create_directory(point);
+    MakeDevice();
+    Serve({"--unplugged"});
+    Process starting({Program("quorvelfs"), point, "-o",
+                      "usbmux=UNIX:" + simulator->socket, "-devopt", "12"},
+                     {{"XDG_STATE_HOME", work + "/state"}}, work + "/log");
+    ASSERT_TRUE(Eventually([&] { return !Mounted().empty(); }));
+    starting.Signal(SIGINT);
+    EXPECT_EQ(starting.Wait(5), 128 + SIGINT);
+    EXPECT_TRUE(Eventually([&] { return Mounted().empty(); }));
 }
 
 } // namespace

@@ -1,14 +1,18 @@
 // From the command line to the running volume and to its end. What a person must
 // hear is said before the process goes to the background.
-#include <sys/stat.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <string>
 
 #include "tarnifs/mount/host.h"
 #include "tarnifs/mount/linux/adapters.h"
+#include "tarnifs/mount/linux/background.h"
+#include "tarnifs/mount/linux/options.h"
+#include "tarnifs/mount/linux/refusals.h"
 
 namespace
 {
@@ -45,48 +49,108 @@ struct Session {
     }
 };
 
-// libfuse mounts over a plain file as well, and everything below it then fails
-// strangely.
-bool IsFolder(const char *path)
+// What a foreign library writes to standard error while the record lives.
+class Captured
 {
-    struct stat st {
-    };
-    if (path == nullptr) {
-        fprintf(stderr, "quorvelfs: a mount point is needed\n");
-        return false;
+  public:
+    Captured()
+        : file(memfd_create("stderr", MFD_CLOEXEC)),
+          before(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3))
+    {
+        if (file >= 0 && before >= 0) {
+            dup2(file, STDERR_FILENO);
+        }
     }
-    if (stat(path, &st) != 0) {
-        fprintf(stderr, "quorvelfs: %s: %s\n", path, strerrordesc_np(errno));
-        return false;
+    Captured(const Captured &) = delete;
+    Captured &operator=(const Captured &) = delete;
+    ~Captured() { End(); }
+
+    std::string End()
+    {
+        std::string text;
+        char piece[512];
+        ssize_t n = 0;
+        while (file >= 0 && (n = pread(file, piece, sizeof(piece),
+                                       static_cast<off_t>(text.size()))) > 0) {
+            text.append(piece, static_cast<size_t>(n));
+        }
+        if (before >= 0) {
+            dup2(before, STDERR_FILENO);
+            close(before);
+            before = -1;
+        }
+        if (file >= 0) {
+            close(file);
+            file = -1;
+        }
+        return text;
     }
-    if (!S_ISDIR(st.st_mode)) {
-        fprintf(stderr, "quorvelfs: %s: not a folder\n", path);
-        return false;
+
+  private:
+    int file;
+    int before;
+};
+
+ExitStatus Refuse(const Refusal &refusal)
+{
+    if (refusal.status != ExitStatus::Ok) {
+        fprintf(stderr, "quorvelfs: %s\n", refusal.sentence.c_str());
     }
-    return true;
+    return refusal.status;
 }
 
-// Mounts. What fails says why itself.
-bool Begin(Session *session, int32_t *location_id)
+// Reads the command line.
+ExitStatus Parse(Session *session, int32_t *location_id, OwnOptions *own)
 {
-    if (fuse_parse_cmdline(&session->args, &session->options) != 0 ||
-        !IsFolder(session->options.mountpoint)) {
-        return false;
+    if (!TakeOwnOptions(&session->args, own)) {
+        return Refuse({ExitStatus::Usage, own->problem});
+    }
+    if (*location_id == 0) {
+        *location_id = static_cast<int32_t>(own->location);
+    }
+    ExitStatus status = Refuse(CheckMountPoint(own->mount_point));
+    if (status == ExitStatus::Ok &&
+        fuse_parse_cmdline(&session->args, &session->options) != 0) {
+        status = ExitStatus::Usage; // it said why
+    }
+    return status;
+}
+
+ExitStatus Mount(Session *session)
+{
+    Captured captured;
+    const bool done =
+        fuse_mount(session->volume, session->options.mountpoint) == 0;
+    const std::string said = captured.End();
+    session->mounted = done;
+    if (done) {
+        fputs(said.c_str(), stderr); // a warning, perhaps
+        return ExitStatus::Ok;
+    }
+    return Refuse(
+        ExplainMount(session->options.mountpoint, said, FusermountConfined()));
+}
+
+ExitStatus Begin(Session *session, int32_t *location_id)
+{
+    OwnOptions own;
+    ExitStatus status = Parse(session, location_id, &own);
+    if (status == ExitStatus::Ok) {
+        status = Refuse(CheckFuse());
+    }
+    if (status != ExitStatus::Ok) {
+        return status;
     }
     session->volume = fuse_new(&session->args, &HostTable(),
                                sizeof(fuse_operations), location_id);
-    if (session->volume == nullptr) {
-        return false;
-    }
-    session->mounted =
-        fuse_mount(session->volume, session->options.mountpoint) == 0;
-    return session->mounted;
+    // It says why: an option that it does not know.
+    return session->volume == nullptr ? ExitStatus::Usage : Mount(session);
 }
 
 // Serves until the volume is unmounted or a signal ends it; both are good ends.
 bool Serve(Session *session)
 {
-    if (fuse_daemonize(session->options.foreground) != 0) {
+    if (session->options.foreground == 0 && !EnterBackground()) {
         return false;
     }
     session->handling_signals =
@@ -110,6 +174,9 @@ bool Serve(Session *session)
 int hostMain(int argc, char **argv, int32_t *locationId)
 {
     Session session(argc, argv);
-    return Begin(&session, locationId) && Serve(&session) ? EXIT_SUCCESS
-                                                          : EXIT_FAILURE;
+    ExitStatus status = Begin(&session, locationId);
+    if (status == ExitStatus::Ok && !Serve(&session)) {
+        status = ExitStatus::Failed;
+    }
+    return static_cast<int>(status);
 }

@@ -1,5 +1,6 @@
 // libfuse's table, and its connection to the kernel.
 #include "tarnifs/mount/linux/adapters.h"
+#include "tarnifs/mount/linux/background.h"
 #include "tarnifs/mount/operations.h"
 
 namespace
@@ -25,7 +26,11 @@ void *InitAdapter(fuse_conn_info *conn, fuse_config *config)
     config->auto_cache = 0;
     config->direct_io = 0;
     config->nullpath_ok = 0;
-    return tarni_opers.init(conn);
+    void *context = tarni_opers.init(conn);
+    if (!TellStarted(context != nullptr)) {
+        fuse_exit(fuse_get_context()->fuse);
+    }
+    return context;
 }
 
 void DestroyAdapter(void *private_data)
