@@ -121,6 +121,16 @@ std::vector<std::string> volumeRow(const Told &told)
 
 } // namespace
 
+Result listNamesCommand()
+{
+    std::vector<Device> devices;
+    const Result result = listDevices(devices);
+    for (const Device &device : devices) {
+        printf("%s\n", printable(device.name).c_str());
+    }
+    return result;
+}
+
 Result listCommand(bool json)
 {
     std::vector<Device> devices;

@@ -19,6 +19,7 @@ struct MountOptions {
 };
 
 Result listCommand(bool json);
+Result listNamesCommand(); // one a line; none is no error
 Result statusCommand(bool json);
 Result appsCommand(const std::string &device, double wait, bool json);
 Result mountCommand(const MountOptions &options);

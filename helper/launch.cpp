@@ -16,7 +16,12 @@ namespace helper
 namespace
 {
 
-constexpr double START_SECONDS = 20; // to mount and go to the background
+// How quorvelfs ends; see its manual page.
+constexpr int FS_NO_FUSE = 4;
+constexpr int FS_NOT_ALLOWED = 5;
+constexpr int FS_BUSY = 6;
+constexpr int FS_NO_DEVICE = 7;
+
 constexpr double ASK_SECONDS = 1;
 
 // The last line that says anything.
@@ -26,11 +31,6 @@ std::string lastLine(std::string text)
         text.pop_back();
     }
     return text.substr(text.find_last_of('\n') + 1);
-}
-
-bool holds(const std::string &text, const char *part)
-{
-    return text.find(part) != std::string::npos;
 }
 
 void takeDown(const std::string &point)
@@ -68,6 +68,16 @@ Result waitForAnswer(const Device &device, const std::string &point,
 
 } // namespace
 
+std::string escapeOption(const std::string &text)
+{
+    std::string escaped;
+    for (const char c : printable(text)) {
+        escaped +=
+            c == ',' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+    }
+    return escaped;
+}
+
 Result checkMachine(const char *fuse_device)
 {
     if (access(fuse_device, F_OK) != 0) {
@@ -80,19 +90,22 @@ Result checkMachine(const char *fuse_device)
                                             : Result();
 }
 
-Result explainLaunch(const Device &device, const std::string &point,
+Result explainLaunch(const Device &device, const std::string &point, int status,
                      const std::string &output)
 {
     const std::string line = lastLine(output);
-    if (holds(output, "Operation not permitted") ||
-        holds(output, "Permission denied") || holds(output, "not allowed") ||
-        holds(output, "no write access")) {
-        return refuse(message::NOT_ALLOWED, {point, line});
-    }
-    if (holds(output, "device not found")) {
+    switch (status) {
+    case FS_NO_FUSE:
         return refuse(message::NO_FUSE, {"/dev/fuse"});
+    case FS_NOT_ALLOWED:
+        return refuse(message::NOT_ALLOWED, {point, line});
+    case FS_BUSY:
+        return refuse(message::POINT_IN_USE, {point});
+    case FS_NO_DEVICE:
+        return refuse(message::START_FAILED, {device.name});
+    default:
+        return refuse(message::MOUNT_FAILED, {device.name, line});
     }
-    return refuse(message::MOUNT_FAILED, {device.name, line});
 }
 
 Result launchVolume(const Device &device, const std::string &point,
@@ -100,14 +113,24 @@ Result launchVolume(const Device &device, const std::string &point,
                     const std::function<bool()> &stopped)
 {
     Words words = {findProgram("quorvelfs"), point};
+    words.insert(words.end(), {"-o", "fsname=" + escapeOption(device.name)});
     if (!options.empty()) {
         words.insert(words.end(), {"-o", options});
     }
     words.insert(words.end(), {"-devopt", std::to_string(device.location)});
-    const Ran ran = runProgram(words, START_SECONDS);
-    Result result = ran.status == 0
-                        ? waitForAnswer(device, point, seconds, stopped)
-                        : explainLaunch(device, point, ran.output);
+    const double until = now() + seconds;
+    const Ran ran = runProgram(words, seconds, stopped);
+    Result result;
+    if (stopped()) {
+        result = refuse(message::INTERRUPTED);
+    } else if (ran.status == 0) {
+        result = waitForAnswer(device, point, until - now(), stopped);
+    } else if (now() >= until) {
+        result =
+            refuse(message::NO_ANSWER, {device.name, secondsText(seconds)});
+    } else {
+        result = explainLaunch(device, point, ran.status, ran.output);
+    }
     if (!result.ok()) {
         takeDown(point);
     }

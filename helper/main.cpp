@@ -40,8 +40,14 @@ void addList(CLI::App &app, Result *result)
 {
     CLI::App *list = app.add_subcommand("list", "Lists the attached devices");
     const auto json = std::make_shared<bool>(false);
-    list->add_flag("--json", *json, "For programs");
-    list->callback([=] { *result = helper::listCommand(*json); });
+    const auto names = std::make_shared<bool>(false);
+    CLI::Option *option = list->add_flag("--json", *json, "For programs");
+    list->add_flag("--names", *names, "The names alone, one a line")
+        ->excludes(option);
+    list->callback([=] {
+        *result =
+            *names ? helper::listNamesCommand() : helper::listCommand(*json);
+    });
     list->footer("Devices on a cable are listed; nobody is asked for trust.");
 }
 

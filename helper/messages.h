@@ -124,6 +124,9 @@ inline constexpr Message INTERRUPTED = {Status::Interrupted, "Interrupted."};
 inline constexpr Message OTHER_MOUNT = {
     Status::Busy, "Another quorvel is mounting something; try again."};
 
+inline constexpr Message NO_NAMESPACE = {
+    Status::NotAllowed, "The mount namespace {} can't be entered: {}."};
+
 // Unmounting
 inline constexpr Message NOTHING_MOUNTED = {Status::NotMounted,
                                             "Nothing is mounted."};

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -21,6 +22,7 @@ namespace
 {
 
 constexpr double KILL_SECONDS = 0.1;
+constexpr int ASK_MS = 100; // how often it is asked whether to stop
 
 struct SpawnActions {
     posix_spawn_file_actions_t files;
@@ -85,9 +87,13 @@ std::string ownProgram()
 std::string findProgram(const std::string &name)
 {
     const std::string self = ownProgram();
-    const std::string beside = self.substr(0, self.rfind('/') + 1) + name;
-    if (executable(beside)) {
-        return beside;
+    const std::string folder_of_ours = self.substr(0, self.rfind('/') + 1);
+    // mount(8)'s helper is installed beside the folder of the others.
+    for (const char *where : {"", "../bin/"}) {
+        const std::string file = folder_of_ours + where + name;
+        if (executable(file)) {
+            return file;
+        }
     }
     // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment
     const char *path = getenv("PATH");
@@ -104,14 +110,18 @@ std::string findProgram(const std::string &name)
     return "";
 }
 
-bool readUntil(int fd, double until, std::string &data)
+bool readUntil(int fd, double until, std::string &data,
+               const std::function<bool()> &stopped)
 {
     char piece[65536];
     for (;;) {
         const int left = static_cast<int>((until - now()) * 1000);
         pollfd waiting{fd, POLLIN, 0};
-        if (left <= 0 || poll(&waiting, 1, left) == 0) {
+        if (left <= 0 || stopped()) {
             return false;
+        }
+        if (poll(&waiting, 1, std::min(left, ASK_MS)) <= 0) {
+            continue;
         }
         const ssize_t n = read(fd, piece, sizeof(piece));
         if (n == 0) {
@@ -156,7 +166,8 @@ pid_t startProgram(const Words &words, int output)
     return errno == 0 ? pid : -1;
 }
 
-Ran runProgram(const Words &words, double seconds)
+Ran runProgram(const Words &words, double seconds,
+               const std::function<bool()> &stopped)
 {
     Ran ran;
     Pipe pipe;
@@ -169,7 +180,7 @@ Ran runProgram(const Words &words, double seconds)
     if (pid < 0) {
         return ran;
     }
-    const bool ended = readUntil(pipe.out.get(), until, ran.output);
+    const bool ended = readUntil(pipe.out.get(), until, ran.output, stopped);
     ran.status = reapOrKill(pid, ended ? until : 0);
     return ran;
 }

@@ -27,9 +27,11 @@ struct Ran {
     std::string output;
 };
 
-// Runs a program to its end, `seconds` at most; one that takes longer is
-// ended.
-Ran runProgram(const Words &words, double seconds);
+// Runs a program to its end, `seconds` at most and until `stopped` says so; one
+// that takes longer is ended.
+Ran runProgram(
+    const Words &words, double seconds,
+    const std::function<bool()> &stopped = [] { return false; });
 
 // Runs `act`, which may only make system calls where this process has threads,
 // in a child, `seconds` at most: for calls on a volume, which may hang. What it
@@ -41,8 +43,10 @@ bool askInChild(const std::function<void(int answer)> &act, double seconds,
 // Pieces of the above. `until` is a time of `now`.
 
 // Appends what can be read until the other end is closed; false when `until`
-// comes first.
-bool readUntil(int fd, double until, std::string &data);
+// comes first, or `stopped` says so.
+bool readUntil(
+    int fd, double until, std::string &data,
+    const std::function<bool()> &stopped = [] { return false; });
 // The exit status of a child that ends before `until`, or 128 + the signal that
 // ended it; -1 of one that does not.
 int reap(pid_t pid, double until);

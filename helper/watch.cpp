@@ -14,6 +14,7 @@
 #include "helper/mounts.h"
 #include "helper/notify.h"
 #include "helper/pipe_reader.h"
+#include "helper/readiness.h"
 #include "helper/screen.h"
 #include "helper/signals.h"
 #include "helper/text.h"
@@ -373,6 +374,7 @@ Result watch(const WatchOptions &options)
     Result result;
     try {
         DeviceWatcher attached;
+        tellReady();
         while (!waitForNews(state, attached)) {
             takeAttached(state, attached.take());
             findDead(state);
@@ -384,6 +386,7 @@ Result watch(const WatchOptions &options)
         result = {Status::Failed,
                   error.what()}; // what is mounted goes all the same
     }
+    tellStopping();
     state.screen.show({});
     unmountOurs(state);
     readPipe(state);

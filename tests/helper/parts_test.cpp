@@ -10,6 +10,7 @@
 
 #include "helper/copy_ends.h"
 #include "helper/launch.h"
+#include "helper/mount_line.h"
 #include "helper/mounts.h"
 #include "helper/progress.h"
 #include "helper/table.h"
@@ -144,20 +145,59 @@ TEST(Launch, refusals_that_a_test_cannot_bring_about)
     EXPECT_EQ(checkMachine("/nonexistent/fuse").status, Status::NoFuse);
     Device device;
     device.name = "Anna";
+    // By the status that quorvelfs ends with; its sentence is passed on.
+    const std::pair<int, Status> cases[] = {
+        {1, Status::StartFailed},     {2, Status::StartFailed},
+        {4, Status::NoFuse},          {5, Status::NotAllowed},
+        {6, Status::MountPointInUse}, {7, Status::StartFailed}};
+    for (const auto &[ended, status] : cases) {
+        const Result result =
+            explainLaunch(device, "/x", ended, "first\nquorvelfs: the why\n");
+        EXPECT_EQ(result.status, status) << ended;
+        EXPECT_EQ(result.sentence.find("the why") != std::string::npos,
+                  ended == 1 || ended == 2 || ended == 5);
+    }
+    EXPECT_EQ(escapeOption("a,b\\c\n"), "a\\,b\\\\c?");
+}
+
+TEST(MountLine, what_mount_and_fstab_hand_on)
+{
     struct {
-        const char *said;
-        Status status;
+        std::vector<std::string> words;
+        const char *meant; // device|point|options|usbmux, or the refusal
     } const cases[] = {
-        {"fusermount3: mount failed: Operation not permitted\n",
-         Status::NotAllowed},
-        {"fusermount3: user has no write access to mountpoint /x\n",
-         Status::NotAllowed},
-        {"fuse: device not found, try 'modprobe fuse' first\n", Status::NoFuse},
-        {"fuse: unknown option(s): `-o bogus'\n", Status::StartFailed},
+        {{"Anna's iPhone", "/mnt", "-o",
+          "rw,noauto,user=anna,noexec,nosuid,nodev"},
+         "Anna's iPhone|/mnt|rw,noexec,nosuid,nodev|"},
+        {{"none", "/mnt", "-sv", "-o",
+          "defaults,nofail,_netdev,x-systemd.automount,x-systemd.device-timeout"
+          "=5,relatime,ro,silly,usbmux=UNIX:/a\\,b"},
+         "|/mnt|ro,usbmux=UNIX:/a\\,b|UNIX:/a,b"},
+        {{"quorvelfs", "/mnt", "-t", "quorvelfs", "-o", "device=0000,bogus"},
+         "0000|/mnt|bogus|"},
+        {{"-n", "20123456", "-o", "ro", "/mnt", "-o", "allow_other,uid=1000"},
+         "20123456|/mnt|ro,allow_other,uid=1000|"},
+        {{"a", "/mnt", "-o", "device=b"}, "contradict"},
+        {{"a", "/mnt", "-o", "remount,ro"}, "not possible"},
+        {{"a", "/mnt", "-o", "wait=-1"}, "wait needs"},
+        {{"a", "/mnt", "-t", "ext4"}, "-t ext4"},
+        {{"a", "/mnt", "-o"}, "needs a value"},
+        {{"a", "/mnt", "-x"}, "unknown option -x"},
+        {{"a", "/mnt", "b"}, "too many"},
+        {{"a"}, "are needed"},
     };
     for (const auto &one : cases) {
-        EXPECT_EQ(explainLaunch(device, "/x", one.said).status, one.status)
-            << one.said;
+        MountLine line;
+        const std::string problem = parseMountLine(one.words, line);
+        const std::string meant = problem.empty()
+                                      ? line.device + "|" + line.point + "|" +
+                                            line.options + "|" + line.usbmux
+                                      : problem;
+        if (problem.empty()) {
+            EXPECT_EQ(meant, one.meant);
+        } else {
+            EXPECT_NE(meant.find(one.meant), std::string::npos) << meant;
+        }
     }
 }
 
