@@ -13,6 +13,7 @@
 #include <exception>
 #include <filesystem>
 
+#include "helper/clock.h"
 #include "helper/descriptor.h"
 #include "helper/launch.h"
 #include "helper/mount_line.h"

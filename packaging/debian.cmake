@@ -28,12 +28,13 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS fuse3)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "usbmuxd, zenity | kdialog | x11-utils | libnotify-bin")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "mounts iPhones, iPads and iPods as volumes
- Quorvelfs shows an iOS device on a USB cable as a folder: its music, films,
- podcasts, voice memos and photos under human names, each app's documents,
- and a folder to read and write as any disk.
- .
- The command quorvel mounts and unmounts devices, copies with progress, and
- can do so by itself when a device is plugged in. mount -t quorvelfs works
- too. A simulated device is included for trying it without one.")
+# CMake indents the lines of the description itself.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "mounts iPhones, iPads and iPods as volumes")
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Quorvelfs shows an iOS device on a USB cable as a folder: its music, films,
+podcasts, voice memos and photos under human names, each app's documents,
+and a folder to read and write as any disk.
+
+The command quorvel mounts and unmounts devices, copies with progress, and
+can do so by itself when a device is plugged in. mount -t quorvelfs works
+too. A simulated device is included for trying it without one.")
 include(CPack)
