@@ -186,7 +186,8 @@ TEST(Docs, EveryMessageIsExplainedAndNothingElse)
     auto page = entries();
     for (const char *list :
          {"Error codes", "Exit statuses of quorvel",
-          "Why a single file was not copied", "What quorvel says on the way"}) {
+          "Exit statuses of quorvelfs", "Why a single file was not copied",
+          "What quorvel says on the way"}) {
         EXPECT_EQ(page.erase(list), 1U) << list;
     }
     std::map<std::string, std::string> gone = page;
@@ -203,16 +204,27 @@ TEST(Docs, EveryMessageIsExplainedAndNothingElse)
     }
 }
 
-TEST(Docs, ExitStatusesAreThoseOfTheCode)
+// The numbers of a source's exit statuses; each has its row.
+std::map<std::string, int> statuses(const fs::path &path,
+                                    const std::string &heading)
 {
     std::map<std::string, int> numbers;
-    const auto page = entries();
-    const std::string source = code("helper/messages.h");
-    auto listed = rows("Exit statuses of quorvel");
+    const std::string source = code(path);
+    auto listed = rows(heading);
     for (const std::smatch &match : find(source, R"((\w+) = (\d+),)")) {
         numbers[match[1]] = std::stoi(match[2]);
         EXPECT_EQ(listed[std::stoi(match[2])], 1) << match.str();
     }
+    EXPECT_GT(numbers.size(), 5U);
+    return numbers;
+}
+
+TEST(Docs, ExitStatusesAreThoseOfTheCode)
+{
+    const auto numbers =
+        statuses("helper/messages.h", "Exit statuses of quorvel");
+    statuses("tarnifs/mount/exit_status.h", "Exit statuses of quorvelfs");
+    const auto page = entries();
     EXPECT_EQ(numbers.at("Usage"), static_cast<int>(helper::Status::Usage));
     for (const auto &[text, status] : helperMessages()) {
         // Without its pipe, a watch goes on.
