@@ -25,7 +25,7 @@ using bench::Now;
 using bench::Server;
 using bench::Volume;
 
-constexpr unsigned PAIRS = 7;
+constexpr unsigned PAIRS = 5;
 constexpr unsigned FILES = 2000;
 constexpr uint64_t FILE_BYTES = 20'000;
 constexpr uint64_t LARGE_BYTES = 64U << 20;
