@@ -7,6 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "helper/mounts.h"
+
 HelperTest::HelperTest()
 {
     work = (std::filesystem::temp_directory_path() / "quorvel-helper.XXXXXX")
@@ -28,7 +30,11 @@ HelperTest::HelperTest()
 HelperTest::~HelperTest()
 {
     EXPECT_FALSE(Mounted(work));
-    while (Mounted(work) && Quorvel({"unmount", "--force"}).status == 0) {}
+    for (const helper::Mount &mount : helper::readMounts()) {
+        if (mount.point.starts_with(work + "/")) {
+            Quorvel({"unmount", "--force", mount.point});
+        }
+    }
     simulator.reset();
     std::error_code error;
     if (!Mounted(work)) {
