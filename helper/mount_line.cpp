@@ -146,7 +146,7 @@ void leaveUnknownOut(MountLine &line)
 std::string takeOptions(const std::string &text, MountLine &line)
 {
     for (const std::string &option : splitOptions(text)) {
-        const std::string problem = takeOption(option, line);
+        std::string problem = takeOption(option, line);
         if (!problem.empty()) {
             return problem;
         }

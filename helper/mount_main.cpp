@@ -24,10 +24,11 @@
 #include "helper/wait_for_trust.h"
 #include "helper/waiting_line.h"
 
-namespace
+namespace helper
 {
 
-using namespace helper;
+namespace
+{
 
 // A start that has to look for its device takes a few seconds; one whose device
 // falls silent ends by itself after ten.
@@ -210,6 +211,8 @@ int run(const std::vector<std::string> &words)
 
 } // namespace
 
+} // namespace helper
+
 int main(int argc, char **argv)
 {
     signal(SIGPIPE, SIG_IGN);
@@ -217,7 +220,7 @@ int main(int argc, char **argv)
     const std::vector<std::string> words(argv + 1, argv + argc);
     for (const std::string &word : words) {
         if (word == "-h" || word == "--help") {
-            fputs(HELP, stdout);
+            fputs(helper::HELP, stdout);
             return 0;
         }
         if (word == "-V" || word == "--version") {
@@ -226,8 +229,8 @@ int main(int argc, char **argv)
         }
     }
     try {
-        return run(words);
+        return helper::run(words);
     } catch (const std::exception &error) {
-        return end({Status::Failed, error.what()});
+        return helper::end({helper::Status::Failed, error.what()});
     }
 }
