@@ -153,7 +153,7 @@ TEST_F(BackgroundTest, EndsWhenTheVolumeAnswers)
                                 std::to_string(device->location));
     EXPECT_EQ(done.status, 0) << done.out;
     EXPECT_GT(done.seconds, 2) << "trust was waited for";
-    EXPECT_LT(Stat(point).seconds, 0.5);
+    EXPECT_LT(Stat(point).seconds, 0.5 * SLOWNESS);
     EXPECT_EQ(WriteFile(point + "/Storage/n", O_WRONLY | O_CREAT, "x").error,
               EROFS);
     EXPECT_EQ(Mounted().rfind("fuse.quorvelfs Anna,s iPhone ro,", 0), 0U)
@@ -192,7 +192,7 @@ TEST_F(BackgroundTest, InterruptedIsGivenUp)
                      {{"XDG_STATE_HOME", work + "/state"}}, work + "/log");
     ASSERT_TRUE(Eventually([&] { return !Mounted().empty(); }));
     starting.Signal(SIGINT);
-    EXPECT_EQ(starting.Wait(5), 128 + SIGINT);
+    EXPECT_EQ(starting.Wait(5 * SLOWNESS), 128 + SIGINT);
     EXPECT_TRUE(Eventually([&] { return Mounted().empty(); }));
 }
 
