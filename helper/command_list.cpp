@@ -78,21 +78,32 @@ struct Told {
     Mount mount;
     std::string name; // of the device, "" when it is not attached
     VolumeState state;
+    bool unplugged;
 };
 
-std::vector<Told> lookAtVolumes(const std::vector<Device> &devices)
+// `seen`: `devices` are all that are attached.
+std::vector<Told> lookAtVolumes(const std::vector<Device> &devices, bool seen)
 {
     std::vector<Told> all;
     for (const Mount &mount : readMounts()) {
-        Told told = {mount, "", askVolume(mount.point, ASK_SECONDS)};
+        Told told = {mount, "", askVolume(mount.point, ASK_SECONDS), false};
         for (const Device &device : devices) {
             if (device.location == mount.location) {
                 told.name = device.name;
             }
         }
+        // One that has died does not tell its device any more.
+        told.unplugged = seen && told.name.empty() && mount.location != 0;
         all.push_back(told);
     }
     return all;
+}
+
+// A volume whose device is gone goes on telling what it knows.
+const char *stateWord(const Told &told)
+{
+    const bool well = told.state.answer == Answer::Well;
+    return well && told.unplugged ? "unplugged" : answerWord(told.state.answer);
 }
 
 Json volumeJson(const Told &told)
@@ -100,7 +111,7 @@ Json volumeJson(const Told &told)
     return {{"device", told.name.empty() ? Json(nullptr) : Json(told.name)},
             {"location", told.mount.location},
             {"mounted", told.mount.point},
-            {"state", answerWord(told.state.answer)},
+            {"state", stateWord(told)},
             {"bytes", told.state.total},
             {"free", told.state.free},
             {"process", told.mount.server}};
@@ -109,11 +120,12 @@ Json volumeJson(const Told &told)
 std::vector<std::string> volumeRow(const Told &told)
 {
     const bool well = told.state.answer == Answer::Well;
-    // A file system that has died does not tell its device any more.
-    const char *nameless =
-        told.mount.location == 0 ? "(not known)" : "(unplugged)";
+    const std::string nameless =
+        told.mount.location == 0
+            ? "(not known)"
+            : "location " + std::to_string(told.mount.location);
     return {told.name.empty() ? nameless : told.name, told.mount.point,
-            answerWord(told.state.answer),
+            stateWord(told),
             well ? bytesText(told.state.free) + " of " +
                        bytesText(told.state.total)
                  : ""};
@@ -159,8 +171,9 @@ Result listCommand(bool json)
 Result statusCommand(bool json)
 {
     std::vector<Device> devices;
-    listDevices(devices); // without usbmuxd the mounts are still told
-    const std::vector<Told> volumes = lookAtVolumes(devices);
+    // Without usbmuxd the mounts are still told.
+    const bool seen = listDevices(devices).ok();
+    const std::vector<Told> volumes = lookAtVolumes(devices, seen);
     const bool watched = trayPipeOwned(trayPipePath());
     if (json) {
         Json all = Json::array();

@@ -134,7 +134,11 @@ void findServers(std::vector<Mount> &mounts)
         const std::string command =
             slurp("/proc/" + std::string(entry->d_name) + "/cmdline");
         for (Mount &mount : mounts) {
-            if (parseServerCommand(command, mount.point, mount.location)) {
+            // The command that started it, and a program that it is about to
+            // start, have its command line for a moment; in the background it
+            // leads a session, otherwise it was there first.
+            if (parseServerCommand(command, mount.point, mount.location) &&
+                (mount.server == 0 || getsid(pid) == pid)) {
                 mount.server = pid;
             }
         }

@@ -78,15 +78,17 @@ double Transfers::rate(double time)
 
 std::string Transfers::line(double time)
 {
-    std::string text =
-        isBusy() ? "busy since " + busy_clock + " (" +
-                       secondsText(std::floor(time - busy_since)) + ")"
-                 : "idle";
+    const double per_second = rate(time);
+    const bool moving = per_second >= 1;
+    std::string text = moving ? "copying" : "idle";
+    if (isBusy()) {
+        text = "busy since " + busy_clock + " (" +
+               secondsText(std::floor(time - busy_since)) + ")";
+    }
     if (!all.empty()) {
         text += " · " + all.text();
     }
-    const double per_second = rate(time);
-    if (per_second >= 1) {
+    if (moving) {
         text += " · " + bytesText(static_cast<uint64_t>(per_second)) + "/s";
     }
     return text;

@@ -187,6 +187,10 @@ TEST_F(MountTest, a_dead_volume_makes_way)
         const std::vector<helper::Mount> mounts = helper::readMounts();
         ASSERT_NE(helper::findMount(mounts, anna.location), nullptr);
     }
+    EXPECT_NE(Quorvel({"status"}).out.find(" works "), NPOS);
+    simulator->Control("unplug");
+    EXPECT_NE(Quorvel({"status"}).out.find(" unplugged "), NPOS);
+    simulator->Control("plug");
     KillServer(Point("Anna's iPhone"));
     EXPECT_TRUE(Eventually(
         [&] { return Stat(Point("Anna's iPhone")).error == ENOTCONN; }));
