@@ -1,7 +1,7 @@
 // Time as waits and rates need it.
 #pragma once
 
-#include <time.h>
+#include <ctime>
 
 namespace helper
 {

@@ -79,7 +79,7 @@ Result checkPoint(const MountOptions &options)
 {
     bool made = false;
     const std::string point = canonicalPoint(options.point);
-    const Result result =
+    Result result =
         options.point.empty() ? Result() : preparePoint(point, &made);
     if (made) {
         removeMadePoint(point);

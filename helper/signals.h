@@ -1,9 +1,9 @@
 // Signals that end a program, as something to be waited for.
 #pragma once
 
-#include <signal.h>
 #include <sys/signalfd.h>
 
+#include <csignal>
 #include <initializer_list>
 
 #include "helper/descriptor.h"

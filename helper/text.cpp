@@ -1,11 +1,11 @@
 #include "helper/text.h"
 
-#include <time.h>
 #include <utf8proc.h>
 
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 
 namespace helper
 {

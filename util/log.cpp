@@ -158,6 +158,7 @@ void QNLogInit()
     }
 }
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): checked like printf
 void QNLog(int level, const char *format, ...)
 {
     if (g_logLevel < level) {

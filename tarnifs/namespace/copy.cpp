@@ -7,8 +7,8 @@
 namespace
 {
 
-constexpr uint32_t PIECE = 65536;      // bytes
-constexpr uint64_t LARGE = 16 * PIECE; // takes more than a moment
+constexpr uint32_t PIECE = 65536;                // bytes
+constexpr uint64_t LARGE = uint64_t{16} * PIECE; // takes more than a moment
 
 int failedRead(const FILE_COPY &copy, int ret)
 {
