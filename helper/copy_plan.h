@@ -1,9 +1,8 @@
 // What a copy has to do, found out before it begins.
 #pragma once
 
-#include <time.h>
-
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>

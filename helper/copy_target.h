@@ -29,7 +29,7 @@ class CopyTarget
     CopyTarget &operator=(const CopyTarget &) = delete;
 
     // Opens for writing from `offset` on. All of these: 0 or an errno value.
-    int begin(const CopyFile &file, uint64_t offset, bool to_device);
+    int begin(const CopyFile &what, uint64_t offset, bool device);
     int write(const char *data, size_t length);
     // Makes sure of the size (*actual: what there is, when it is another one:
     // EIO), keeps the source's time outside of a device, and gives the file its

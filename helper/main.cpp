@@ -1,7 +1,6 @@
 // The command line of quorvel.
-#include <signal.h>
-
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 

@@ -56,7 +56,7 @@ bool takesMarkup()
 
 std::string forDesktop(const std::string &text)
 {
-    const std::string plain = printable(text);
+    std::string plain = printable(text);
     if (!takesMarkup()) {
         return plain;
     }

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdlib>
 
 #include "helper/clock.h"
@@ -90,7 +90,8 @@ std::string findProgram(const std::string &name)
     const std::string folder_of_ours = self.substr(0, self.rfind('/') + 1);
     // mount(8)'s helper is installed beside the folder of the others.
     for (const char *where : {"", "../bin/"}) {
-        const std::string file = folder_of_ours + where + name;
+        std::string file = folder_of_ours;
+        file.append(where).append(name);
         if (executable(file)) {
             return file;
         }
@@ -101,9 +102,11 @@ std::string findProgram(const std::string &name)
     size_t from = 0;
     while (from <= folders.size()) {
         const size_t end = std::min(folders.find(':', from), folders.size());
-        const std::string folder = folders.substr(from, end - from);
-        if (folder.starts_with("/") && executable(folder + "/" + name)) {
-            return folder + "/" + name;
+        std::string file = folders.substr(from, end - from);
+        const bool absolute = file.starts_with("/");
+        file.append("/").append(name);
+        if (absolute && executable(file)) {
+            return file;
         }
         from = end + 1;
     }

@@ -55,7 +55,7 @@ std::string trayPipePath()
 Result TrayPipe::open(const std::string &where)
 {
     for (int i = 0; i < TRIES; ++i) {
-        const Result kind = checkKind(where);
+        Result kind = checkKind(where);
         if (!kind.ok()) {
             return kind;
         }

@@ -25,7 +25,7 @@ class TrayPipe
 
     // Makes the pipe, or takes over one whose owner is gone. PipeUnusable when
     // another program owns it, or when the name is taken by something else.
-    Result open(const std::string &path);
+    Result open(const std::string &where);
 
     // Non-blocking and never at its end, since it is open for writing too. -1
     // when not open.

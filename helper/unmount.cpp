@@ -1,13 +1,13 @@
 #include "helper/unmount.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <sys/mount.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include "helper/descriptor.h"

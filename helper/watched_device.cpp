@@ -1,9 +1,9 @@
 #include "helper/watched_device.h"
 
-#include <signal.h>
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <csignal>
 
 namespace helper
 {

@@ -51,6 +51,7 @@ void refreshIfWanted(_DIALOG_BLOCK *block)
 
 } // namespace
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): checked like printf
 void ShowMessageBox(int kind, const char *format, ...)
 {
     _CONTEXT *context = nullptr;
