@@ -107,6 +107,9 @@ int openTrusted(libiusb_device *chosen, libiusb_device **device, bool *waited)
               attempt, OPEN_ATTEMPTS);
         tarniPause(TRUST_WAIT_US);
         *waited = true;
+        if (tarniGivenUp()) {
+            break;
+        }
     }
     if (ret != 0) {
         QNLog(3, "%s libiusb_device_open failed. code : %d", SELF, ret);

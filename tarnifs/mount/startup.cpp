@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,14 +26,22 @@ namespace
 constexpr const char *SELF = "tarnifs_init";
 constexpr int LAST_RETRY = 9;
 constexpr unsigned BEFORE_CONNECTING_US = 100000;
+constexpr unsigned PAUSE_STEP_US = 100000;
 constexpr size_t LOCATION_ID_SIZE = 16; // ten digits and more
 
+// In steps, so that a start that was given up ends at once.
 void pauseForReal(unsigned microseconds)
 {
-    if (microseconds >= 1000000) {
-        sleep(microseconds / 1000000);
+    while (microseconds > 0 && !tarniGivenUp()) {
+        const unsigned step = std::min(microseconds, PAUSE_STEP_US);
+        usleep(step);
+        microseconds -= step;
     }
-    usleep(microseconds % 1000000);
+}
+
+bool neverGivenUp()
+{
+    return false;
 }
 
 // The id that main passed; 0, which no device has, without one.
@@ -129,7 +138,8 @@ bool connect(_CONTEXT *context, uint32_t locationId)
         if (ret == 0) {
             return true;
         }
-        if (ret != LIBIUSB_ERROR_NO_DEVICE || counter > LAST_RETRY) {
+        if (ret != LIBIUSB_ERROR_NO_DEVICE || counter > LAST_RETRY ||
+            tarniGivenUp()) {
             // In words: a person who finds a mount that answers nothing has
             // only the log.
             QNLog(3, "%s no connection to the device at %u : %s. code : %d",
@@ -184,6 +194,7 @@ void *initLocked(uint32_t locationId)
 } // namespace
 
 void (*tarniPause)(unsigned microseconds) = pauseForReal;
+bool (*tarniGivenUp)() = neverGivenUp;
 
 void *tarnifs_init(struct fuse_conn_info *conn)
 {

@@ -19,6 +19,10 @@ void tarnifs_destroy(void *private_data);
 // Lets time pass; a variable so that tests need not wait.
 extern void (*tarniPause)(unsigned microseconds);
 
+// Whether start-up is to end as soon as it can: nobody waits for the volume any
+// more. Asked while it waits for a device or its user; the host binding sets it.
+extern bool (*tarniGivenUp)();
+
 // Frees the context with everything that is still in it, whatever that is; for
 // a start-up that failed.
 void AbandonContext(_CONTEXT *context);

@@ -181,19 +181,40 @@ TEST_F(BackgroundTest, TellsThatStartUpFailed)
     Unmount();
 }
 
-// Whoever interrupts the command gets no volume later.
+// Whoever interrupts the command gets no volume later, and nobody has to wait
+// until a device's user would have been waited for long enough.
 TEST_F(BackgroundTest, InterruptedIsGivenUp)
 {
     std::filesystem::create_directory(point);
-    MakeDevice();
-    Serve({"--unplugged"});
-    Process starting({Program("quorvelfs"), point, "-o",
-                      "usbmux=UNIX:" + simulator->socket, "-devopt", "12"},
-                     {{"XDG_STATE_HOME", work + "/state"}}, work + "/log");
-    ASSERT_TRUE(Eventually([&] { return !Mounted().empty(); }));
-    starting.Signal(SIGINT);
-    EXPECT_EQ(starting.Wait(5 * SLOWNESS), 128 + SIGINT);
-    EXPECT_TRUE(Eventually([&] { return Mounted().empty(); }));
+    MakeDevice({"--trust", "pending:1000"});
+    Serve();
+    const std::string there = std::to_string(device->location);
+    struct {
+        std::string device;
+        bool foreground;
+        int signal;
+        int status;
+    } const cases[] = {{"12", false, SIGINT, 128 + SIGINT},
+                       {there, false, SIGINT, 128 + SIGINT},
+                       {there, false, SIGKILL, 128 + SIGKILL},
+                       {there, true, SIGTERM, 0}};
+    for (const auto &one : cases) {
+        std::vector<std::string> words = {Program("quorvelfs"),
+                                          point,
+                                          "-o",
+                                          "usbmux=UNIX:" + simulator->socket,
+                                          "-devopt",
+                                          one.device};
+        if (one.foreground) {
+            words.insert(words.begin() + 2, "-f");
+        }
+        Process starting(words, {{"XDG_STATE_HOME", work + "/state"}},
+                         work + "/log");
+        ASSERT_TRUE(Eventually([&] { return !Mounted().empty(); }));
+        starting.Signal(one.signal);
+        EXPECT_EQ(starting.Wait(5 * SLOWNESS), one.status);
+        EXPECT_TRUE(Eventually([&] { return Mounted().empty(); }));
+    }
 }
 
 } // namespace

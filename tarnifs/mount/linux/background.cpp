@@ -1,11 +1,14 @@
 #include "tarnifs/mount/linux/background.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <initializer_list>
 
 #include "tarnifs/mount/exit_status.h"
 
@@ -16,6 +19,7 @@ constexpr char WORKS = '+';
 constexpr char FAILED = '-';
 
 int waiting_command = -1; // our end of the pipe; -1: nobody waits
+sigset_t signals_before;
 
 ExitStatus AwaitStart(int fd)
 {
@@ -64,6 +68,7 @@ bool EnterBackground()
     const pid_t server = fork();
     if (server > 0) {
         close(ends[1]);
+        ReleaseEndingSignals();
         // The mount belongs to the other process: nothing is undone here.
         _exit(static_cast<int>(AwaitStart(ends[0])));
     }
@@ -87,4 +92,25 @@ bool TellStarted(bool works)
     close(waiting_command);
     waiting_command = -1;
     return heard;
+}
+
+bool StarterGone()
+{
+    pollfd end{waiting_command, 0, 0}; // ignored while it is -1
+    return poll(&end, 1, 0) > 0 && (end.revents & POLLERR) != 0;
+}
+
+void HoldEndingSignals()
+{
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaddset(&ending, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &ending, &signals_before);
+}
+
+void ReleaseEndingSignals()
+{
+    pthread_sigmask(SIG_SETMASK, &signals_before, nullptr);
 }

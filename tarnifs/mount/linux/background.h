@@ -11,3 +11,12 @@ bool EnterBackground();
 // False: nobody waits any more (the starting command was interrupted), and the
 // volume is to go.
 bool TellStarted(bool works);
+
+// Whether a starting command waited and was interrupted.
+bool StarterGone();
+
+// Signals that end a process are kept back from before the volume is mounted
+// until somebody unmounts it at such a signal: in between, one would leave the
+// mount of a dead file system.
+void HoldEndingSignals();
+void ReleaseEndingSignals();

@@ -118,6 +118,7 @@ ExitStatus Parse(Session *session, int32_t *location_id, OwnOptions *own)
 
 ExitStatus Mount(Session *session)
 {
+    HoldEndingSignals();
     Captured captured;
     const bool done =
         fuse_mount(session->volume, session->options.mountpoint) == 0;
@@ -155,6 +156,7 @@ bool Serve(Session *session)
     }
     session->handling_signals =
         fuse_set_signal_handlers(fuse_get_session(session->volume)) == 0;
+    ReleaseEndingSignals();
     if (!session->handling_signals) {
         return false;
     }

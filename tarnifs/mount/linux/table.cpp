@@ -2,6 +2,7 @@
 #include "tarnifs/mount/linux/adapters.h"
 #include "tarnifs/mount/linux/background.h"
 #include "tarnifs/mount/operations.h"
+#include "tarnifs/mount/startup.h"
 
 namespace
 {
@@ -13,6 +14,13 @@ constexpr unsigned LARGEST_REQUEST = 1024 * 1024; // what the kernel can do
 // moment only and misses not at all. That a warm listing costs nothing comes
 // from the catalogue.
 constexpr double KERNEL_REMEMBERS = 1.0; // seconds
+
+fuse_session *starting = nullptr;
+
+bool IsGivenUp()
+{
+    return fuse_session_exited(starting) != 0 || StarterGone();
+}
 
 void *InitAdapter(fuse_conn_info *conn, fuse_config *config)
 {
@@ -26,8 +34,12 @@ void *InitAdapter(fuse_conn_info *conn, fuse_config *config)
     config->auto_cache = 0;
     config->direct_io = 0;
     config->nullpath_ok = 0;
+    starting = fuse_get_session(fuse_get_context()->fuse);
+    tarniGivenUp = IsGivenUp;
     void *context = tarni_opers.init(conn);
-    if (!TellStarted(context != nullptr)) {
+    // A volume that a signal ends has nothing to tell: its end tells it.
+    if (fuse_session_exited(starting) == 0 &&
+        !TellStarted(context != nullptr)) {
         fuse_exit(fuse_get_context()->fuse);
     }
     return context;
