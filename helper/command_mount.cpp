@@ -44,11 +44,9 @@ Result checkBefore(const MountOptions &options, Device &device)
     return result.ok() ? checkUnmounted(device) : result;
 }
 
-// From here on an interruption must not leave a folder or a volume.
 Result mountAt(const MountOptions &options, const Device &device,
-               std::string &point)
+               const Signals &signals, std::string &point)
 {
-    const Signals signals;
     Descriptor turn;
     Result result = takeMountTurn(turn, TURN_SECONDS)
                         ? checkUnmounted(device)
@@ -105,8 +103,11 @@ Result mountCommand(const MountOptions &options)
     if (!result.ok()) {
         return result;
     }
+    // From here on an interruption must not leave a folder or a volume; and
+    // whoever starts this command must hear of the volume that there is.
+    const Signals signals;
     std::string point;
-    result = mountAt(options, device, point);
+    result = mountAt(options, device, signals, point);
     if (result.ok() && !options.quiet) {
         printf("%s\n", fill(message::MOUNTED, {device.name, point}).c_str());
     }
@@ -120,6 +121,9 @@ Result unmountCommand(const std::string &what, bool force, bool quiet)
     Mount mount;
     Result result = chooseMount(readMounts(), devices, what, mount);
     if (result.ok()) {
+        // Once begun it is finished, Ctrl-C or not: half-way, the folder that
+        // was made for the volume would stay.
+        const Signals signals;
         result = unmountVolume(mount, force ? Force::Yes : Force::No);
     }
     if (result.ok() && !quiet) {

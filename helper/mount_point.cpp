@@ -55,10 +55,12 @@ std::string folderName(const Device &device)
         const bool control = static_cast<unsigned char>(c) < ' ' || c == 0x7f;
         name += c == '/' ? ':' : control ? '_' : c;
     }
-    name.resize(std::min(name.size(), LONGEST_NAME));
-    while (!name.empty() && (name.back() & 0xC0) == 0x80 &&
-           name.size() == LONGEST_NAME) {
-        name.pop_back(); // not in the middle of a character
+    if (name.size() > LONGEST_NAME) {
+        size_t end = LONGEST_NAME;
+        while (end > 0 && (name[end] & 0xC0) == 0x80) {
+            --end; // not in the middle of a character
+        }
+        name.resize(end);
     }
     if (name.empty() || name[0] == '.' || name[0] == '-') {
         name.insert(0, "_");
