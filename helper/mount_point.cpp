@@ -14,6 +14,7 @@
 
 #include "helper/clock.h"
 #include "helper/mounts.h"
+#include "helper/text.h"
 
 namespace helper
 {
@@ -55,6 +56,7 @@ std::string folderName(const Device &device)
         const bool control = static_cast<unsigned char>(c) < ' ' || c == 0x7f;
         name += c == '/' ? ':' : control ? '_' : c;
     }
+    name = printable(name);
     if (name.size() > LONGEST_NAME) {
         size_t end = LONGEST_NAME;
         while (end > 0 && (name[end] & 0xC0) == 0x80) {
