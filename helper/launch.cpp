@@ -17,6 +17,7 @@ namespace
 {
 
 // How quorvelfs ends; see its manual page.
+constexpr int FS_USAGE = 2;
 constexpr int FS_NO_FUSE = 4;
 constexpr int FS_NOT_ALLOWED = 5;
 constexpr int FS_BUSY = 6;
@@ -95,6 +96,8 @@ Result explainLaunch(const Device &device, const std::string &point, int status,
 {
     const std::string line = lastLine(output);
     switch (status) {
+    case FS_USAGE: // all but the options is ours
+        return refuse(message::BAD_OPTIONS, {device.name, line});
     case FS_NO_FUSE:
         return refuse(message::NO_FUSE, {"/dev/fuse"});
     case FS_NOT_ALLOWED:

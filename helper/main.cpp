@@ -19,6 +19,8 @@ constexpr const char *DEVICE_HELP =
     "Name, location id, or UDID or a beginning of it; not needed for the only "
     "one";
 
+constexpr double LONGEST_WAIT = 86400 * 365; // seconds
+
 constexpr const char *FOOTER =
     "A DEVICE is meant by its name, its location id, or its UDID or a beginning "
     "of it.\n"
@@ -73,7 +75,7 @@ void addApps(CLI::App &app, Result *result)
     apps->add_option("--wait", given->wait,
                      "Seconds to wait for the device to be unlocked and to "
                      "trust this computer")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0.0, LONGEST_WAIT))
         ->capture_default_str();
     apps->add_flag("--json", given->json, "For programs");
     apps->callback([=] {
@@ -98,10 +100,12 @@ void addMount(CLI::App &app, Result *result)
         ->add_option("--wait", given->wait,
                      "Seconds to wait for the device to be unlocked and to "
                      "trust this computer")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0.0, LONGEST_WAIT))
         ->capture_default_str();
-    mount->add_option("-o,--options", given->options,
-                      "Options of the FUSE library, such as allow_other");
+    mount
+        ->add_option("-o,--options", given->options,
+                     "Options of the FUSE library, such as allow_other")
+        ->join(',');
     mount->add_flag("-q,--quiet", given->quiet,
                     "Say only what somebody has to do");
     mount->callback([=] { *result = helper::mountCommand(*given); });
@@ -149,8 +153,10 @@ void addWatch(CLI::App &app, Result *result)
         ->add_option("--in", given->home,
                      "The folder in which folders for devices are made")
         ->envname("QUORVEL_MOUNTS");
-    watch->add_option("-o,--options", given->options,
-                      "Options of the FUSE library, such as allow_other");
+    watch
+        ->add_option("-o,--options", given->options,
+                     "Options of the FUSE library, such as allow_other")
+        ->join(',');
     watch->callback([=] { *result = helper::watch(*given); });
     watch->footer("Runs until Ctrl-C or SIGTERM. On a terminal the last lines "
                   "are live: one for each\ndevice, and one with what the "

@@ -117,6 +117,8 @@ inline constexpr Message START_FAILED = {
     "/var/log or ~/.local/state/quorvel)."};
 inline constexpr Message MOUNT_FAILED = {Status::StartFailed,
                                          "{} could not be mounted: {}"};
+inline constexpr Message BAD_OPTIONS = {
+    Status::Usage, "{} could not be mounted with these options: {}"};
 inline constexpr Message NO_ANSWER = {
     Status::NoAnswer, "The volume of {} did not answer within {}."};
 inline constexpr Message INTERRUPTED = {Status::Interrupted, "Interrupted."};

@@ -121,6 +121,11 @@ std::string takeOption(const std::string &option, MountLine &line)
         line.device = value("device=");
         return "";
     }
+    // That of quorvelfs, for where the device's name stands here.
+    if (option.starts_with("location_id=")) {
+        line.device = value("location_id=");
+        return "";
+    }
     if (option.starts_with("wait=")) {
         return takeWait(value("wait="), line);
     }

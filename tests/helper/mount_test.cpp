@@ -64,7 +64,7 @@ TEST_F(MountTest, refusals_about_devices)
     Refused({}, 4, "Several devices are attached");
     Refused({"0000"}, 4, "Bert (");
     simulator->Control("fail GetFileInfo 1 1");
-    Refused({"Bert", "--options", "bogus_option"}, 15, "bogus_option");
+    Refused({"Bert", "-o", "ro", "-o", "bogus_option"}, 2, "bogus_option");
     EXPECT_EQ(Quorvel({"mount", "--bogus"}).status, 2);
     const Finished typo = Quorvel({"monut", "Bert"});
     EXPECT_EQ(typo.status, 2);

@@ -147,7 +147,7 @@ TEST(Launch, refusals_that_a_test_cannot_bring_about)
     device.name = "Anna";
     // By the status that quorvelfs ends with; its sentence is passed on.
     const std::pair<int, Status> cases[] = {
-        {1, Status::StartFailed},     {2, Status::StartFailed},
+        {1, Status::StartFailed},     {2, Status::Usage},
         {4, Status::NoFuse},          {5, Status::NotAllowed},
         {6, Status::MountPointInUse}, {7, Status::StartFailed}};
     for (const auto &[ended, status] : cases) {
@@ -177,6 +177,7 @@ TEST(MountLine, what_mount_and_fstab_hand_on)
          "0000|/mnt|bogus|"},
         {{"-n", "20123456", "-o", "ro", "/mnt", "-o", "allow_other,uid=1000"},
          "20123456|/mnt|ro,allow_other,uid=1000|"},
+        {{"none", "/mnt", "-o", "location_id=20123456"}, "20123456|/mnt||"},
         {{"a", "/mnt", "-o", "device=b"}, "contradict"},
         {{"a", "/mnt", "-o", "remount,ro"}, "not possible"},
         {{"a", "/mnt", "-o", "wait=-1"}, "wait needs"},
