@@ -33,6 +33,7 @@ namespace
 // A start that has to look for its device takes a few seconds; one whose device
 // falls silent ends by itself after ten.
 constexpr double ANSWER_SECONDS = 45;
+constexpr double TURN_SECONDS = 60; // for a mount that is going on
 
 constexpr const char *HELP =
     "usage: mount.quorvelfs DEVICE DIR [-sfnrvw] [-N NAMESPACE] [-o OPTIONS] "
@@ -157,6 +158,13 @@ Result launch(const MountLine &line, const Device &device,
               const std::string &point)
 {
     const Signals signals;
+    Descriptor turn;
+    const Result place = takeMountTurn(turn, TURN_SECONDS)
+                             ? checkPlace(device, point)
+                             : refuse(message::OTHER_MOUNT);
+    if (!place.ok()) {
+        return place;
+    }
     bool interrupted = false;
     return launchVolume(device, point,
                         "fsname=" + escapeOption(line.spec) +
