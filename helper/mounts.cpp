@@ -120,6 +120,24 @@ bool namesPoint(std::string_view word, const std::string &point)
            point.ends_with("/" + std::string(word));
 }
 
+// What -o location_id= says, 0 without it. It counts when -devopt gives 0.
+int64_t locationAmong(const std::vector<std::string_view> &words)
+{
+    constexpr std::string_view KEY = "location_id=";
+    int64_t id = 0;
+    for (std::string_view word : words) {
+        if (word.starts_with("-o")) {
+            word.remove_prefix(2);
+        }
+        for (const std::string_view option : split(word, ',')) {
+            if (option.starts_with(KEY)) {
+                toNumber(option.substr(KEY.size()), id);
+            }
+        }
+    }
+    return id;
+}
+
 void findServers(std::vector<Mount> &mounts)
 {
     const std::unique_ptr<DIR, int (*)(DIR *)> processes(opendir("/proc"),
@@ -183,6 +201,9 @@ bool parseServerCommand(std::string_view command, const std::string &point,
     int64_t id = 0;
     if (!toNumber(words.back(), id)) {
         return false;
+    }
+    if (id == 0) {
+        id = locationAmong(words);
     }
     for (size_t i = 1; i + 2 < words.size(); ++i) {
         if (namesPoint(words[i], point)) {

@@ -47,6 +47,9 @@ TEST(Mounts, table_and_command_lines)
         {"quorvelfs\0./b c\0-devopt\0"
          "7\0"s,
          true, 7},
+        {"quorvelfs\0/a/b c\0-oro,location_id=9,uid=1\0-devopt\0"
+         "0\0"s,
+         true, 9},
         {"quorvelfs\0/a/other\0-devopt\0"
          "7\0"s,
          false, 0},
