@@ -123,12 +123,30 @@ void destroyObject(_KTL_OBJECT *object, libiusb_afc *afc)
     delete object;
 }
 
-// Erases the entry under a key unless it has become another record's.
-void eraseEntry(const std::string &key, const _KTL_OBJECT *object)
+// Erases the entry under a key unless it has become another record's. True when
+// it was the record's own.
+bool eraseEntry(const std::string &key, const _KTL_OBJECT *object)
 {
     const auto entry = Object_list.find(key);
-    if (entry != Object_list.end() &&
-        (entry->second == 0 || entry->second == toAddress(object))) {
+    if (entry == Object_list.end() ||
+        (entry->second != 0 && entry->second != toAddress(object))) {
+        return false;
+    }
+    const bool own = entry->second != 0;
+    Object_list.erase(entry);
+    return own;
+}
+
+// Erases a record's entry wherever it is. For a record whose folder goes under
+// another spelling than the one it was made under, which is rare enough to look
+// at every entry.
+void eraseStrayEntry(const _KTL_OBJECT *object)
+{
+    const auto entry = std::find_if(Object_list.begin(), Object_list.end(),
+                                    [object](const auto &each) {
+                                        return each.second == toAddress(object);
+                                    });
+    if (entry != Object_list.end()) {
         Object_list.erase(entry);
     }
 }
@@ -313,10 +331,11 @@ void DeleteObject(_KTL_OBJECT *object, const char *path)
     const std::string asGiven = path;
     closeThroughFolder(object, asGiven.c_str());
     std::string key;
-    if (CatalogueKey(asGiven.c_str(), key)) {
-        eraseEntry(key, object);
+    bool erased = CatalogueKey(asGiven.c_str(), key) && eraseEntry(key, object);
+    erased = eraseEntry(asGiven, object) || erased;
+    if (!erased) {
+        eraseStrayEntry(object);
     }
-    eraseEntry(asGiven, object);
     destroyObject(object, context->afc_handle);
 }
 

@@ -123,8 +123,9 @@ int CloseHouseArrest(_KTL_OBJECT *folder);
 
 // Frees one record: unlinks it, closes its device file and its house-arrest
 // connection (results not looked at), frees what it owns, and erases the entry
-// under `path` and under the path's converted form. Children are not touched. A
-// null object, or no mount context: nothing happens.
+// under `path` and under the path's converted form, or wherever the record was
+// entered when it is under neither. Children are not touched. A null object, or
+// no mount context: nothing happens.
 void DeleteObject(_KTL_OBJECT *object, const char *path);
 
 // Frees all descendants of `object`, whose own volume path is `path`.

@@ -96,6 +96,12 @@ TEST_F(Catalogue, DeletingIsDeepAndLeavesTheFolder)
     DeleteObject(add("/Storage/cafe\u0301"), "/Storage/cafe\u0301");
     EXPECT_EQ(FindObject("/Storage/caf\u00e9"), nullptr);
     EXPECT_EQ(FindObject("/Storage/cafe\u0301"), nullptr);
+    // A folder that goes under another spelling than its children were made
+    // under leaves no entry to what is gone.
+    add("/Storage/caf\u00e9", KTL_MODE_FOLDER);
+    add("/Storage/caf\u00e9/menu");
+    DeleteChildObject(FindObject("/Storage/caf\u00e9"), "/Storage/cafe\u0301");
+    EXPECT_EQ(FindObject("/Storage/caf\u00e9/menu"), nullptr);
     // Children do not point nowhere.
     add("/Storage/a/b", KTL_MODE_FOLDER);
     DeleteObject(a, "/Storage/a");
