@@ -4,17 +4,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <cerrno>
-#include <climits>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <mutex>
 #include <string>
+
+#include "util/log_host.h"
 
 namespace
 {
@@ -27,22 +27,10 @@ char s[2048];
 std::string chosenFolder; // QNLogUseFolder
 std::mutex logLock;       // guards the buffers and the folder
 
-// Threshold from the environment; anything that is no number leaves the
-// default, and more than the default cannot be had.
+// More than the default cannot be had.
 int32_t configuredLevel()
 {
-    const char *text =
-        getenv("QUORVEL_LOGLEVEL"); // NOLINT(concurrency-mt-unsafe)
-    if (text == nullptr || *text == '\0') {
-        return LOUDEST;
-    }
-    char *end = nullptr;
-    errno = 0;
-    const long value = strtol(text, &end, 10);
-    if (errno != 0 || *end != '\0' || value < INT32_MIN || value > INT32_MAX) {
-        return LOUDEST;
-    }
-    return value > LOUDEST ? LOUDEST : static_cast<int32_t>(value);
+    return std::min(LogHostLevel(LOUDEST), LOUDEST);
 }
 
 // The file holds paths and device names of one user: the mode is given here
@@ -73,22 +61,6 @@ void makeFolders(const std::string &path)
     mkdir(path.c_str(), S_IRWXU);
 }
 
-// The user's folder for state, for those who can't write to /var/log. Empty
-// when the environment tells neither it nor a home.
-std::string stateFolder()
-{
-    const char *state =
-        getenv("XDG_STATE_HOME"); // NOLINT(concurrency-mt-unsafe)
-    if (state != nullptr && *state == '/') {
-        return std::string(state) + "/quorvel";
-    }
-    const char *home = getenv("HOME"); // NOLINT(concurrency-mt-unsafe)
-    if (home != nullptr && *home == '/') {
-        return std::string(home) + "/.local/state/quorvel";
-    }
-    return {};
-}
-
 // Where the log goes. /var/log stays the answer when nothing can be written, so
 // that the complaint on standard error names the usual place's trouble.
 // A silent log is not even tried: the try leaves an empty file.
@@ -101,7 +73,7 @@ std::string chooseLogFile(const std::string &name)
     if (g_logLevel < 0 || isWritable(usual)) {
         return usual;
     }
-    const std::string folder = stateFolder();
+    const std::string folder = LogHostFolder();
     if (folder.empty()) {
         return usual;
     }

@@ -4,10 +4,11 @@
 // Fixes the threshold and the file's path and writes the start-up lines. Call
 // once, before the first message that matters.
 //
-// The threshold is the number "LogLevel" (on Linux the environment variable
-// QUORVEL_LOGLEVEL); the default, and the most that can be set, is 3. Negative:
-// silent. The file is /var/log/Quorvelfs<month>M<day>D.log, or of that name in
-// the user's state folder where /var/log can't be written.
+// The threshold is the number "LogLevel" of the application bundle (on Linux the
+// environment variable QUORVEL_LOGLEVEL); the default, and the most that can be
+// set, is 3. Negative: silent. The file is /var/log/Quorvelfs<month>M<day>D.log,
+// or of that name in the user's own folder for logs where /var/log can't be
+// written.
 void QNLogInit();
 
 // printf-style; written when `level` (syslog numbering) is not above the

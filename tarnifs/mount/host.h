@@ -1,6 +1,7 @@
 // What the host binding gives to the shared code, and the few types that differ
 // between FUSE libraries. `mount/linux/` and `mount/macos/` each implement the
-// functions; nothing else asks which host it is on.
+// functions, with what they have in common in `mount/common/`; nothing else asks
+// which host it is on.
 #pragma once
 
 #include <sys/stat.h>

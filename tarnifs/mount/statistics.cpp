@@ -16,8 +16,11 @@ void fillFigures(const libiusb_device_info &info, struct statvfs *st)
     const uint64_t block =
         info.block_size == 0 ? USUAL_BLOCK_SIZE : info.block_size;
     st->f_bsize = block;
-    st->f_blocks = CalibrateVolumeSize(info.total_capacity) / block;
-    st->f_bfree = CalibrateVolumeSize(info.free_capacity) / block;
+    // Some hosts count blocks in 32 bits; the rest is cut off there.
+    st->f_blocks = static_cast<fsblkcnt_t>(
+        CalibrateVolumeSize(info.total_capacity) / block);
+    st->f_bfree = static_cast<fsblkcnt_t>(
+        CalibrateVolumeSize(info.free_capacity) / block);
     st->f_bavail = st->f_bfree;
     st->f_ffree = 0;
 }

@@ -16,7 +16,7 @@ int UtimensAdapter(const char *path, const timespec times[2],
                    fuse_file_info *fi);
 int StatfsAdapter(const char *path, struct statvfs *st);
 
-// sizes.cpp
+// truncate.cpp
 int TruncateAdapter(const char *path, off_t size, fuse_file_info *fi);
 
 // xattrs.cpp

@@ -5,12 +5,12 @@
 #include <cerrno>
 #include <string>
 
+#include "tarnifs/mount/common/gate.h"
+#include "tarnifs/mount/common/results.h"
 #include "tarnifs/mount/linux/adapters.h"
-#include "tarnifs/mount/linux/gate.h"
 #include "tarnifs/mount/linux/hidden.h"
 #include "tarnifs/mount/linux/lookup.h"
 #include "tarnifs/mount/linux/open_files.h"
-#include "tarnifs/mount/linux/results.h"
 #include "tarnifs/mount/operations.h"
 
 namespace

@@ -8,26 +8,18 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
-#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "tarnifs/mount/common/dialog_process.h"
 #include "tarnifs/mount/host.h"
 #include "util/log.h"
 
 namespace
 {
-
-using Words = std::vector<std::string>;
-
-std::mutex dialog_lock;
-std::condition_variable dialog_ended;
-pid_t dialog_pid = 0;      // the program on the screen, 0: none
-bool dialogs_over = false; // set for good by hostEndDialog
 
 // Null when it is not set, or empty.
 const char *Setting(const char *name)
@@ -120,76 +112,38 @@ std::vector<Words> Commands(const std::string &title, const std::string &text,
     _exit(127);
 }
 
-// Starts a command; its pid is then in dialog_pid. False when it can't be
-// started, or none may be shown any more.
-bool Start(const Words &command)
+// A file-creation mask can't be given to posix_spawn.
+pid_t ForkAndExec(const char *file, char *const *argv)
 {
-    const std::string file = ProgramFile(command[0]);
-    if (file.empty() || access(file.c_str(), X_OK) != 0) {
-        return false;
-    }
-    std::vector<char *> argv;
-    for (const std::string &word : command) {
-        argv.push_back(const_cast<char *>(word.c_str()));
-    }
-    argv.push_back(nullptr);
-
-    const std::lock_guard<std::mutex> hold(dialog_lock);
-    if (dialogs_over) {
-        return false;
-    }
-    // A file-creation mask can't be given to posix_spawn.
     const pid_t pid = fork();
     if (pid == 0) {
-        Become(file.c_str(), argv.data());
+        Become(file, argv);
     }
-    if (pid < 0) {
-        QNLog(3, "%s fork failed. errno : %d", "hostShowDialog", errno);
-        return false;
-    }
-    dialog_pid = pid;
-    return true;
-}
-
-// Waits for the program on the screen; its wait status. The number is given up
-// only under the lock, so that nobody signals a stranger.
-int Await()
-{
-    siginfo_t info{};
-    while (waitid(P_PID, static_cast<id_t>(dialog_pid), &info,
-                  WEXITED | WNOWAIT) != 0 &&
-           errno == EINTR) {}
-    const std::lock_guard<std::mutex> hold(dialog_lock);
-    int status = 0;
-    waitpid(dialog_pid, &status, 0);
-    dialog_pid = 0;
-    dialog_ended.notify_all();
-    return status;
+    return pid;
 }
 
 // Runs a command to its end. False when nobody can have seen it: it did not
 // start, or failed at once, as these programs do without a display.
 bool Show(const Words &command, bool chosen_by_user)
 {
-    const auto begin = std::chrono::steady_clock::now();
-    if (!Start(command)) {
+    const std::string file = ProgramFile(command[0]);
+    if (file.empty() || access(file.c_str(), X_OK) != 0) {
         return false;
     }
-    const int status = Await();
-    if (!WIFEXITED(status) || WEXITSTATUS(status) == 0) {
+    const auto begin = std::chrono::steady_clock::now();
+    const std::optional<int> status =
+        RunDialogProgram(file, command, ForkAndExec);
+    if (!status) {
+        return false;
+    }
+    if (!WIFEXITED(*status) || WEXITSTATUS(*status) == 0) {
         return true;
     }
-    if (WEXITSTATUS(status) == 127) {
+    if (WEXITSTATUS(*status) == 127) {
         return false;
     }
     return chosen_by_user || std::chrono::steady_clock::now() - begin >
                                  std::chrono::milliseconds(500);
-}
-
-bool DialogsOver()
-{
-    const std::lock_guard<std::mutex> hold(dialog_lock);
-    return dialogs_over;
 }
 
 } // namespace
@@ -207,18 +161,4 @@ void hostShowDialog(const char *title, const char *text, const char *button)
         }
     }
     syslog(LOG_USER | LOG_WARNING, "%s: %s", title, text);
-}
-
-void hostEndDialog()
-{
-    std::unique_lock<std::mutex> hold(dialog_lock);
-    dialogs_over = true;
-    if (dialog_pid == 0) {
-        return;
-    }
-    kill(dialog_pid, SIGTERM);
-    if (!dialog_ended.wait_for(hold, std::chrono::milliseconds(500),
-                               [] { return dialog_pid == 0; })) {
-        kill(dialog_pid, SIGKILL);
-    }
 }

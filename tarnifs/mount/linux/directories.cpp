@@ -9,12 +9,12 @@
 #include <string_view>
 #include <vector>
 
+#include "tarnifs/mount/common/gate.h"
+#include "tarnifs/mount/common/places.h"
+#include "tarnifs/mount/common/results.h"
 #include "tarnifs/mount/linux/adapters.h"
 #include "tarnifs/mount/linux/attributes.h"
-#include "tarnifs/mount/linux/gate.h"
 #include "tarnifs/mount/linux/lookup.h"
-#include "tarnifs/mount/linux/places.h"
-#include "tarnifs/mount/linux/results.h"
 #include "tarnifs/mount/operations.h"
 #include "tarnifs/names/device_path.h"
 

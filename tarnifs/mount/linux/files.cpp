@@ -5,13 +5,13 @@
 #include <memory>
 #include <string>
 
+#include "tarnifs/mount/common/gate.h"
+#include "tarnifs/mount/common/places.h"
+#include "tarnifs/mount/common/results.h"
+#include "tarnifs/mount/common/sizes.h"
 #include "tarnifs/mount/linux/adapters.h"
-#include "tarnifs/mount/linux/gate.h"
 #include "tarnifs/mount/linux/lookup.h"
 #include "tarnifs/mount/linux/open_files.h"
-#include "tarnifs/mount/linux/places.h"
-#include "tarnifs/mount/linux/results.h"
-#include "tarnifs/mount/linux/sizes.h"
 #include "tarnifs/mount/linux/unlisted.h"
 #include "tarnifs/mount/operations.h"
 

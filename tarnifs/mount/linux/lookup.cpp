@@ -5,10 +5,9 @@
 #include <unordered_map>
 
 #include "tarnifs/catalogue/object.h"
-#include "tarnifs/mount/context.h"
+#include "tarnifs/mount/common/places.h"
+#include "tarnifs/mount/common/results.h"
 #include "tarnifs/mount/linux/hidden.h"
-#include "tarnifs/mount/linux/places.h"
-#include "tarnifs/mount/linux/results.h"
 #include "tarnifs/mount/linux/unlisted.h"
 #include "tarnifs/mount/operations.h"
 #include "tarnifs/names/device_path.h"
@@ -211,12 +210,6 @@ int Resolve(const char *asked, bool may_be_missing, std::string *spelled)
 }
 
 } // namespace
-
-_CONTEXT *MountContext()
-{
-    void *data = nullptr;
-    return hostFuseContext(&data) ? static_cast<_CONTEXT *>(data) : nullptr;
-}
 
 int ResolvePath(const char *path, std::string *spelled)
 {

@@ -5,12 +5,8 @@
 
 #include <string>
 
+#include "tarnifs/mount/common/mount_context.h"
 #include "tarnifs/mount/host.h"
-
-struct _CONTEXT;
-
-// The mount context, or null when start-up failed; never logs.
-_CONTEXT *MountContext();
 
 // Finds `path`. 0 and the path in the catalogue's spelling in *spelled, or
 //  -ENOENT     no such name,

@@ -3,10 +3,10 @@
 #include <unordered_map>
 
 #include "tarnifs/catalogue/object.h"
+#include "tarnifs/mount/common/places.h"
 #include "tarnifs/mount/context.h"
 #include "tarnifs/mount/linux/fuse_api.h"
 #include "tarnifs/mount/linux/lookup.h"
-#include "tarnifs/mount/linux/places.h"
 #include "tarnifs/mount/operations.h"
 
 namespace

@@ -6,7 +6,7 @@
 
 #include "tarnifs/catalogue/object.h"
 #include "tarnifs/listing/entries.h"
-#include "tarnifs/mount/linux/places.h"
+#include "tarnifs/mount/common/places.h"
 #include "tarnifs/mount/operations.h"
 #include "tarnifs/names/device_path.h"
 #include "util/log.h"

@@ -1,13 +1,13 @@
-// Extended attributes. The handler copies as many bytes as it is asked for, so
-// the length is asked first, and nothing can change in between.
+// Extended attributes.
 #include <cerrno>
 #include <string>
 #include <string_view>
 
+#include "tarnifs/mount/common/gate.h"
+#include "tarnifs/mount/common/results.h"
+#include "tarnifs/mount/common/xattr_value.h"
 #include "tarnifs/mount/linux/adapters.h"
-#include "tarnifs/mount/linux/gate.h"
 #include "tarnifs/mount/linux/lookup.h"
-#include "tarnifs/mount/linux/results.h"
 #include "tarnifs/mount/operations.h"
 
 namespace
@@ -18,21 +18,6 @@ namespace
 bool IsKernelsOwn(std::string_view name)
 {
     return name.starts_with("security.") || name.starts_with("system.");
-}
-
-int GetValue(const std::string &path, const char *name, char *value,
-             size_t size)
-{
-    const int length =
-        HostResult(tarni_opers.getxattr(path.c_str(), name, nullptr, 0, 0));
-    if (length <= 0 || size == 0) {
-        return length;
-    }
-    if (static_cast<size_t>(length) > size) {
-        return -ERANGE;
-    }
-    return HostResult(tarni_opers.getxattr(path.c_str(), name, value,
-                                           static_cast<size_t>(length), 0));
 }
 
 } // namespace
@@ -46,7 +31,8 @@ int GetxattrAdapter(const char *path, const char *name, char *value,
     const Gate gate;
     std::string spelled;
     const int ret = ResolvePath(path, &spelled);
-    return WithoutEnosys(ret != 0 ? ret : GetValue(spelled, name, value, size));
+    return WithoutEnosys(ret != 0 ? ret
+                                  : XattrValue(spelled, name, value, size, 0));
 }
 
 int SetxattrAdapter(const char *path, const char *name, const char *value,

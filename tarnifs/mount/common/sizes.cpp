@@ -1,4 +1,6 @@
-#include "tarnifs/mount/linux/sizes.h"
+#include "tarnifs/mount/common/sizes.h"
+
+#include <fcntl.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -6,13 +8,9 @@
 #include "tarnifs/catalogue/object.h"
 #include "tarnifs/filedata/connection.h"
 #include "tarnifs/filedata/staging.h"
+#include "tarnifs/mount/common/mount_context.h"
+#include "tarnifs/mount/common/results.h"
 #include "tarnifs/mount/context.h"
-#include "tarnifs/mount/linux/adapters.h"
-#include "tarnifs/mount/linux/gate.h"
-#include "tarnifs/mount/linux/lookup.h"
-#include "tarnifs/mount/linux/open_files.h"
-#include "tarnifs/mount/linux/places.h"
-#include "tarnifs/mount/linux/results.h"
 #include "tarnifs/mount/operations.h"
 #include "tarnifs/notify/dialogs.h"
 #include "util/log.h"
@@ -69,21 +67,6 @@ int SetSizeAndCapacity(const std::string &path, uint64_t size)
     return ret;
 }
 
-// A file that nobody has open is opened for the change, with all that the open
-// handler does for its area.
-int SetSizeOfClosed(const std::string &path, uint64_t size)
-{
-    tarni_file_info info;
-    info.flags = O_WRONLY;
-    int ret = HostResult(tarni_opers.open(path.c_str(), &info));
-    if (ret != 0) {
-        return ret;
-    }
-    ret = SetSizeOfOpen(path, size);
-    tarni_opers.release(path.c_str(), &info);
-    return ret;
-}
-
 } // namespace
 
 int SetSizeOfOpen(const std::string &path, uint64_t size)
@@ -97,27 +80,15 @@ int SetSizeOfOpen(const std::string &path, uint64_t size)
     return HostResult(tarni_opers.setattr_x(path.c_str(), &attr));
 }
 
-int TruncateAdapter(const char *path, off_t size, fuse_file_info *fi)
+int SetSizeOfClosed(const std::string &path, uint64_t size)
 {
-    const Gate gate;
-    if (size < 0) {
-        return -EINVAL;
-    }
-    const auto bytes = static_cast<uint64_t>(size);
-    const OpenFile *file = OpenFileOf(fi);
-    if (file != nullptr) {
-        return WithoutEnosys(SetSizeOfOpen(file->path, bytes));
-    }
-    std::string spelled;
-    const int ret = ResolvePath(path, &spelled);
+    tarni_file_info info;
+    info.flags = O_WRONLY;
+    int ret = HostResult(tarni_opers.open(path.c_str(), &info));
     if (ret != 0) {
-        return WithoutEnosys(ret);
+        return ret;
     }
-    if (PathIsFolder(spelled)) {
-        return -EISDIR;
-    }
-    if (!IsWritablePlace(spelled)) {
-        return -EROFS;
-    }
-    return WithoutEnosys(SetSizeOfClosed(spelled, bytes));
+    ret = SetSizeOfOpen(path, size);
+    tarni_opers.release(path.c_str(), &info);
+    return ret;
 }

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <string>
 #include <system_error>
 
 #include "tarnifs/mount/host.h"
@@ -56,11 +57,16 @@ bool BeginUse(const char *path)
     return used_folder >= 0 && fstat(used_folder, &st) == 0 && st.st_nlink > 0;
 }
 
-bool Refuse(const char *path, const char *why)
+bool Refuse(const char *path, const std::string &why)
 {
     QNLog(3, "%s private folder refused. path(%s) : %s",
-          "hostMakePrivateFolder", path, why);
+          "hostMakePrivateFolder", path, why.c_str());
     return false;
+}
+
+std::string Reason(int error)
+{
+    return std::generic_category().message(error);
 }
 
 // What others could write into may hold links that others put there.
@@ -80,7 +86,7 @@ bool TakeOver(const char *path)
     if (folder.fd < 0) {
         return Refuse(path, errno == ENOTDIR || errno == ELOOP
                                 ? "it is a link or no folder"
-                                : strerrordesc_np(errno));
+                                : Reason(errno));
     }
     struct stat st {
     };
@@ -91,7 +97,7 @@ bool TakeOver(const char *path)
         return true;
     }
     if (fchmod(folder.fd, 0700) != 0) {
-        return Refuse(path, strerrordesc_np(errno));
+        return Refuse(path, Reason(errno));
     }
     if ((st.st_mode & 022) != 0) {
         EmptyFolder(path);
@@ -105,7 +111,7 @@ bool MakeOrTakeOver(const char *path)
         return true;
     }
     if (errno != EEXIST) {
-        return Refuse(path, strerrordesc_np(errno));
+        return Refuse(path, Reason(errno));
     }
     return TakeOver(path);
 }

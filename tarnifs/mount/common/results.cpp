@@ -1,4 +1,4 @@
-#include "tarnifs/mount/linux/results.h"
+#include "tarnifs/mount/common/results.h"
 
 #include <cerrno>
 

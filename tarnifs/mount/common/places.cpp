@@ -1,4 +1,4 @@
-#include "tarnifs/mount/linux/places.h"
+#include "tarnifs/mount/common/places.h"
 
 #include "tarnifs/names/device_path.h"
 
