@@ -16,8 +16,8 @@
 
 #include "tarnifs/mount/linux/attributes.h"
 #include "tarnifs/mount/linux/hidden.h"
-#include "tarnifs/mount/linux/places.h"
-#include "tarnifs/mount/linux/results.h"
+#include "tarnifs/mount/common/places.h"
+#include "tarnifs/mount/common/results.h"
 #include "tests/support/child.h"
 #include "util/log.h"
 
