@@ -30,7 +30,8 @@ struct fuse_context {
     void *private_data;
 };
 
-// A change of attributes; `valid` says which members ask for one, by these bits.
+// A change of attributes; `valid` has a bit for each member that asks for one, in
+// their order, but the creation time is bit 28.
 struct setattr_x {
     int32_t valid;
     mode_t mode;
@@ -44,14 +45,6 @@ struct setattr_x {
     struct timespec bkuptime;
     uint32_t flags;
 };
-#define SETATTR_WANTS_MODE(attr) ((attr)->valid & (1 << 0))
-#define SETATTR_WANTS_UID(attr) ((attr)->valid & (1 << 1))
-#define SETATTR_WANTS_GID(attr) ((attr)->valid & (1 << 2))
-#define SETATTR_WANTS_SIZE(attr) ((attr)->valid & (1 << 3))
-#define SETATTR_WANTS_ACCTIME(attr) ((attr)->valid & (1 << 4))
-#define SETATTR_WANTS_MODTIME(attr) ((attr)->valid & (1 << 5))
-#define SETATTR_WANTS_CRTIME(attr) ((attr)->valid & (1 << 28))
-
 typedef int (*fuse_fill_dir_t)(void *buffer, const char *name,
                                const struct stat *st, off_t offset);
 

@@ -17,19 +17,6 @@ namespace
 
 constexpr unsigned long NAME_LENGTH = 255;
 
-uint32_t AskedChanges(const struct setattr_x *attr)
-{
-    uint32_t valid = 0;
-    valid |= SETATTR_WANTS_MODE(attr) != 0 ? TARNI_SETATTR_MODE : 0;
-    valid |= SETATTR_WANTS_UID(attr) != 0 ? TARNI_SETATTR_UID : 0;
-    valid |= SETATTR_WANTS_GID(attr) != 0 ? TARNI_SETATTR_GID : 0;
-    valid |= SETATTR_WANTS_SIZE(attr) != 0 ? TARNI_SETATTR_SIZE : 0;
-    valid |= SETATTR_WANTS_ACCTIME(attr) != 0 ? TARNI_SETATTR_ACCTIME : 0;
-    valid |= SETATTR_WANTS_MODTIME(attr) != 0 ? TARNI_SETATTR_MODTIME : 0;
-    valid |= SETATTR_WANTS_CRTIME(attr) != 0 ? TARNI_SETATTR_CRTIME : 0;
-    return valid;
-}
-
 // The handler changes what the volume shows; the device's file comes first, or
 // it would keep the end of what a shorter text replaced.
 int ChangeSize(const std::string &path, off_t size, bool open)
@@ -52,7 +39,8 @@ int Change(const char *asked, const struct setattr_x *attr, fuse_file_info *fi)
 {
     const Gate gate;
     const std::string path = Spelled(asked);
-    tarni_setattr change{.valid = AskedChanges(attr)};
+    // tarni_setattr_bits are numbered as these.
+    tarni_setattr change{.valid = static_cast<uint32_t>(attr->valid)};
     if ((change.valid & TARNI_SETATTR_SIZE) != 0) {
         const int ret =
             ChangeSize(path, attr->size, fi != nullptr && fi->fh != 0);
