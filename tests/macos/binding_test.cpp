@@ -76,10 +76,16 @@ class MacBinding : public MountTest
 
 TEST(MacStart, TheLibraryGetsTableAndLocation)
 {
-    int32_t location = 20123456;
+    int32_t location = 0;
     char name[] = "quorvelfs";
-    char *argv[] = {name, nullptr};
-    EXPECT_EQ(hostMain(1, argv, &location), 7);
+    char option[] = "-oafc_window=none";
+    char *wrong[] = {name, option, nullptr};
+    EXPECT_EQ(hostMain(2, wrong, &location), 2);
+    EXPECT_EQ(started.argc, 0);
+    char own[] = "-olocation_id=20123456";
+    char *argv[] = {name, own, nullptr};
+    EXPECT_EQ(hostMain(2, argv, &location), 7);
+    EXPECT_EQ(location, 20123456);
     EXPECT_EQ(started.argc, 1);
     EXPECT_EQ(started.size, 464U);
     EXPECT_EQ(started.data, &location);

@@ -8,10 +8,10 @@
 #include <cstdlib>
 #include <string>
 
+#include "tarnifs/mount/common/options.h"
 #include "tarnifs/mount/host.h"
 #include "tarnifs/mount/linux/adapters.h"
 #include "tarnifs/mount/linux/background.h"
-#include "tarnifs/mount/linux/options.h"
 #include "tarnifs/mount/linux/refusals.h"
 
 namespace
@@ -102,7 +102,11 @@ ExitStatus Refuse(const Refusal &refusal)
 // Reads the command line.
 ExitStatus Parse(Session *session, int32_t *location_id, OwnOptions *own)
 {
-    if (!TakeOwnOptions(&session->args, own)) {
+    // The file system's name, whatever the program is called: first, so that one
+    // of the user's own goes before it. The library can insert only into what
+    // its parser has copied.
+    if (!TakeOwnOptions(&session->args, own) ||
+        fuse_opt_insert_arg(&session->args, 1, "-osubtype=quorvelfs") != 0) {
         return Refuse({ExitStatus::Usage, own->problem});
     }
     if (*location_id == 0) {

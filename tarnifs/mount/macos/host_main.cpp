@@ -1,11 +1,27 @@
 // The way into the FUSE library and what it keeps for the volume.
+#include <cstdio>
+
+#include "tarnifs/mount/common/options.h"
+#include "tarnifs/mount/exit_status.h"
 #include "tarnifs/mount/host.h"
 #include "tarnifs/mount/macos/adapters.h"
 
 int hostMain(int argc, char **argv, int32_t *locationId)
 {
-    return fuse_main_real(argc, argv, &HostTable(), sizeof(fuse_operations),
-                          locationId);
+    fuse_args args = FUSE_ARGS_INIT(argc, argv);
+    OwnOptions own;
+    int status = static_cast<int>(ExitStatus::Usage);
+    if (TakeOwnOptions(&args, &own)) {
+        if (*locationId == 0) {
+            *locationId = static_cast<int32_t>(own.location);
+        }
+        status = fuse_main_real(args.argc, args.argv, &HostTable(),
+                                sizeof(fuse_operations), locationId);
+    } else {
+        fprintf(stderr, "quorvelfs: %s\n", own.problem.c_str());
+    }
+    fuse_opt_free_args(&args);
+    return status;
 }
 
 // The kernel then compares names without regard to case, may rename the volume,

@@ -1,10 +1,11 @@
-// What of the command line is the binding's own, before libfuse reads the rest.
+// What of the command line is the bindings' own, before the FUSE library reads
+// the rest. Its option parser is the same in all versions.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-#include "tarnifs/mount/linux/fuse_api.h"
+#include <fuse_opt.h>
 
 struct OwnOptions {
     std::string mount_point; // as it was given; "" without one
@@ -12,7 +13,6 @@ struct OwnOptions {
     std::string problem;     // why an option can't be taken; "" for none
 };
 
-// Takes the volume's settings and the location id out of `args`, and makes
-// libfuse call the file system "quorvelfs" whatever the program is called. False
-// when memory runs out or `problem` says why.
+// Takes the volume's settings and the location id out of `args`, which the caller
+// frees. False when memory runs out or `problem` says why.
 bool TakeOwnOptions(fuse_args *args, OwnOptions *own);

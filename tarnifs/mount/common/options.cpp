@@ -1,4 +1,4 @@
-#include "tarnifs/mount/linux/options.h"
+#include "tarnifs/mount/common/options.h"
 
 #include <cstring>
 
@@ -10,7 +10,7 @@ namespace
 
 constexpr const char *LOCATION = "location_id=";
 
-// libfuse's answers: -1 ends, 0 drops the option, 1 keeps it.
+// The library's answers: -1 ends, 0 drops the option, 1 keeps it.
 constexpr int END = -1;
 constexpr int DROP = 0;
 constexpr int KEEP = 1;
@@ -54,8 +54,5 @@ int TakeOption(void *data, const char *option, int key, fuse_args *)
 bool TakeOwnOptions(fuse_args *args, OwnOptions *own)
 {
     static const fuse_opt none[] = {FUSE_OPT_END};
-    // First, so that one of the user's own goes before it. libfuse can insert
-    // only into what its parser has copied.
-    return fuse_opt_parse(args, own, none, TakeOption) == 0 &&
-           fuse_opt_insert_arg(args, 1, "-osubtype=quorvelfs") == 0;
+    return fuse_opt_parse(args, own, none, TakeOption) == 0;
 }
