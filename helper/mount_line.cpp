@@ -206,8 +206,8 @@ std::string takeWithValue(char option, const std::string &value,
 
 std::string takePlace(const std::string &word, MountLine &line)
 {
-    if (line.spec.empty()) {
-        line.spec = word;
+    if (line.source.empty()) {
+        line.source = word;
     } else if (line.point.empty()) {
         line.point = word;
     } else {
@@ -219,13 +219,13 @@ std::string takePlace(const std::string &word, MountLine &line)
 // "none" and the name of the type leave it to device=, or to the only device.
 std::string settleDevice(MountLine &line)
 {
-    const bool open = line.spec == "none" || line.spec == "quorvelfs";
-    if (!open && !line.device.empty() && line.device != line.spec) {
-        return "\"" + line.spec + "\" and device=" + line.device +
+    const bool open = line.source == "none" || line.source == "quorvelfs";
+    if (!open && !line.device.empty() && line.device != line.source) {
+        return "\"" + line.source + "\" and device=" + line.device +
                " contradict each other";
     }
     if (!open) {
-        line.device = line.spec;
+        line.device = line.source;
     }
     return "";
 }

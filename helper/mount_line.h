@@ -1,5 +1,5 @@
 // The command line that mount(8) gives its helpers:
-// SPEC DIR [-sfnv] [-N NAMESPACE] [-o OPTIONS] [-t TYPE].
+// SOURCE DIR [-sfnv] [-N NAMESPACE] [-o OPTIONS] [-t TYPE].
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@ namespace helper
 {
 
 struct MountLine {
-    std::string spec;   // as in fstab
+    std::string source; // as in fstab
     std::string device; // what is meant by it; "" for the only device
     std::string point;
     std::string options;    // what goes on to quorvelfs

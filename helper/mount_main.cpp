@@ -167,7 +167,7 @@ Result launch(const MountLine &line, const Device &device,
     }
     bool interrupted = false;
     return launchVolume(device, point,
-                        "fsname=" + escapeOption(line.spec) +
+                        "fsname=" + escapeOption(line.source) +
                             (line.options.empty() ? "" : "," + line.options),
                         ANSWER_SECONDS, [&] {
                             return interrupted =
