@@ -3,6 +3,7 @@
 // result fit for the kernel.
 #pragma once
 
+#include "tarnifs/mount/common/statfs.h"
 #include "tarnifs/mount/linux/fuse_api.h"
 
 // table.cpp: the table that holds them all.
@@ -14,7 +15,6 @@ int ChmodAdapter(const char *path, mode_t mode, fuse_file_info *fi);
 int ChownAdapter(const char *path, uid_t uid, gid_t gid, fuse_file_info *fi);
 int UtimensAdapter(const char *path, const timespec times[2],
                    fuse_file_info *fi);
-int StatfsAdapter(const char *path, struct statvfs *st);
 
 // truncate.cpp
 int TruncateAdapter(const char *path, off_t size, fuse_file_info *fi);

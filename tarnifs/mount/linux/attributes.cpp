@@ -21,8 +21,6 @@ constexpr blkcnt_t BLOCK = 512; // the unit of st_blocks
 // Programs copy in pieces of this size.
 constexpr blksize_t PREFERRED_PIECE = 1048576;
 
-constexpr unsigned long NAME_LENGTH = 255;
-
 // Hands a change to the handler that fits: by open file or by path.
 int ChangeAttributes(const char *path, const tarni_setattr &attr,
                      const fuse_file_info *fi)
@@ -105,17 +103,4 @@ int UtimensAdapter(const char *path, const timespec times[2],
         valid |= TARNI_SETATTR_MODTIME;
     }
     return ChangeAttributes(path, {.valid = valid}, fi);
-}
-
-int StatfsAdapter(const char * /*path*/, struct statvfs *st)
-{
-    const Gate gate;
-    // The handler has figures for the root alone; they are the volume's, and
-    // programs ask at the folder they copy into.
-    const int ret = HostResult(tarni_opers.statfs("/", st));
-    if (ret == 0) {
-        st->f_frsize = st->f_bsize;
-        st->f_namemax = NAME_LENGTH;
-    }
-    return ret;
 }

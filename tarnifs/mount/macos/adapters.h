@@ -3,6 +3,7 @@
 // of the same name and makes the result fit for the kernel.
 #pragma once
 
+#include "tarnifs/mount/common/statfs.h"
 #include "tarnifs/mount/macos/fuse_api.h"
 
 // table.cpp: the table that holds them all.
@@ -19,7 +20,6 @@ int GetxattrAdapter(const char *path, const char *name, char *value,
 int SetxattrAdapter(const char *path, const char *name, const char *value,
                     size_t size, int flags, uint32_t position);
 int RemovexattrAdapter(const char *path, const char *name);
-int StatfsAdapter(const char *path, struct statvfs *st);
 
 // files.cpp
 int OpenAdapter(const char *path, fuse_file_info *fi);

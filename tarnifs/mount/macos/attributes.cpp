@@ -15,8 +15,6 @@
 namespace
 {
 
-constexpr unsigned long NAME_LENGTH = 255;
-
 // The handler changes what the volume shows; the device's file comes first, or
 // it would keep the end of what a shorter text replaced.
 int ChangeSize(const std::string &path, off_t size, bool open)
@@ -103,16 +101,4 @@ int RemovexattrAdapter(const char *path, const char *name)
     const Gate gate;
     return WithoutEnosys(
         HostResult(tarni_opers.removexattr(Spelled(path).c_str(), name)));
-}
-
-int StatfsAdapter(const char * /*path*/, struct statvfs *st)
-{
-    const Gate gate;
-    // The handler has figures for the root alone; they are the volume's.
-    const int ret = HostResult(tarni_opers.statfs("/", st));
-    if (ret == 0) {
-        st->f_frsize = st->f_bsize;
-        st->f_namemax = NAME_LENGTH;
-    }
-    return ret;
 }
